@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -83,6 +84,32 @@ TEST(PugiPrint, ControlCharacterReferencesBecomeQuestionMarks)
     // References that are only text (in a comment) are cleaned too: the pass runs over the output.
     pugi::xml_document comment = parsed("<r><!--&#7;&#65;&#x7F;&#200;--></r>");
     EXPECT_EQ(XmlHelper::outerXml(comment, false, nullptr), "<r><!--?&#65;?&#200;--></r>");
+}
+
+TEST(PugiPrint, SameBytesAsPugixmlsStreamPrintAtEverySize)
+{
+    // Large output is collected in blocks; sizes around the block edges must come out whole.
+    const size_t edge = 64 * 1024;
+    for (size_t size : {size_t(0), size_t(1), edge - 9, edge - 8, edge - 7, edge, edge + 1, 2 * edge - 8,
+                        2 * edge + 3, 5 * edge + 17}) {
+        SCOPED_TRACE(size);
+        pugi::xml_document doc;
+        pugi::xml_node e = doc.append_child("e");
+        std::string text(size, 'x');
+        for (size_t i = 0; i < size; i += 1000)
+            text[i] = '&';  // escaped: the printed text grows unevenly
+        e.text().set(text.c_str());
+        e.append_child("f").append_attribute("a") = "b";
+        for (bool formatted : {false, true}) {
+            std::ostringstream stream;
+            doc.print(stream, "  ", formatted ? pugi::format_indent : pugi::format_raw, pugi::encoding_auto, 0);
+            EXPECT_EQ(XmlHelper::outerXml(doc, formatted, "  "), stream.str());
+            std::ostringstream inner;
+            for (pugi::xml_node child : e.children())
+                child.print(inner, "  ", formatted ? pugi::format_indent : pugi::format_raw, pugi::encoding_auto, 0);
+            EXPECT_EQ(XmlHelper::innerXml(e, formatted, "  "), inner.str());
+        }
+    }
 }
 
 TEST(PugiPrint, LargeDocumentRoundTripsThroughPugixml)
