@@ -112,21 +112,6 @@ TEST(PugiPrint, SameBytesAsPugixmlsStreamPrintAtEverySize)
     }
 }
 
-TEST(PugiPrint, LargeDocumentRoundTripsThroughPugixml)
-{
-    pugi::xml_document doc;
-    pugi::xml_node root = doc.append_child("root");
-    for (int i = 0; i < 20000; ++i) {
-        pugi::xml_node n = root.append_child("n");
-        n.append_attribute("i") = i;
-        n.text().set("a&b");
-    }
-    const std::string out = XmlHelper::outerXml(doc, true, "\t");
-    pugi::xml_document back;
-    ASSERT_TRUE(back.load_string(out.c_str()));
-    EXPECT_EQ(XmlHelper::outerXml(back, true, "\t"), out);
-}
-
 // --- Typed reads --------------------------------------------------------------------------------------
 
 TEST(PugiRead, GetFromNode)
