@@ -64,5 +64,14 @@ fi
 
 echo "install-deps.sh: installing ${missing[*]}" >&2
 export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update -qq >/dev/null
-$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# A mirror in the middle of a sync can fail one index; retry, then go on with what we have and
+# let the install itself decide.
+for attempt in 1 2 3; do
+  if $sudo apt-get update -qq >/dev/null 2>&1; then break; fi
+  echo "install-deps.sh: apt-get update failed (attempt $attempt)" >&2
+  sleep $((attempt * 5))
+done
+if ! $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null; then
+  echo "install-deps.sh: apt-get install failed for: ${missing[*]}" >&2
+  exit 1
+fi
