@@ -10,6 +10,7 @@
 #                   through find_package and through pkg-config
 #   make fuzz       every libFuzzer target for FUZZ_SECONDS each (default 60), clang
 #   make valgrind   the test suite under valgrind memcheck (no errors, no definite/indirect leaks)
+#   make test32     the test suite built with -m32 for 32-bit x86 and run under qemu-i386
 #   make install    install into PREFIX (default /usr/local)
 #
 # WERROR=ON turns warnings into errors (CI does this). JOBS sets build parallelism.
@@ -28,7 +29,7 @@ TSAN_ENV = TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(C
 
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps build test demo bench asan tsan fuzz valgrind consumer install clean
+.PHONY: all deps build test demo bench asan tsan fuzz valgrind test32 consumer install clean
 
 all: build
 
@@ -99,6 +100,13 @@ valgrind: build
 	    $$t --gtest_brief=1 --gtest_death_test_style=threadsafe >build/$$(basename $$t).valgrind.log 2>&1 \
 	    || { tail -n 80 build/$$(basename $$t).valgrind.log; failed=1; }; \
 	done; exit $$failed
+
+test32:
+	@bash scripts/install-deps.sh --i386
+	$(CMAKE) -S . -B build-32 -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/i386-linux-gnu.cmake \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARNXML_BUILD_BENCH=OFF -DTARNXML_BUILD_TOOL=OFF $(CMAKE_COMMON)
+	$(CMAKE) --build build-32 -j $(JOBS)
+	$(CTEST) --test-dir build-32 --output-on-failure -j $(JOBS)
 
 consumer: build
 	rm -rf build/stage build/consumer-cmake build/consumer-pc
