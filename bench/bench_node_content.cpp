@@ -95,7 +95,8 @@ void cloneRaw(benchmark::State& state)
     xmlFreeDoc(doc);
 }
 
-// Keeps every run's real time per iteration (ns) by name, for the ratios printed at the end.
+// Keeps every run's CPU time per iteration by name, for the ratios printed at the end (CPU time,
+// so that other load on a shared machine does not skew the ratios).
 class RecordingReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override
@@ -103,7 +104,7 @@ public:
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Iteration && !run.error_occurred)
-                times[run.benchmark_name()] = run.GetAdjustedRealTime();
+                times[run.benchmark_name()] = run.GetAdjustedCPUTime();
         }
     }
     std::map<std::string, double> times;
