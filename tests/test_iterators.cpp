@@ -38,8 +38,32 @@ XmlDocumentPtr load(const std::string& text)
 // The label of a yielded element: its name, plus its id attribute when it has one.
 std::string label(const XmlNodePtr& node)
 {
-    const std::string id = node->GetAttribute("id");
-    return id.empty() ? node->GetName() : node->GetName() + id;
+    std::string text = node->GetName();
+    if (xmlChar* id = xmlGetProp(node->getlibXML2Node(), reinterpret_cast<const xmlChar*>("id"))) {
+        text += reinterpret_cast<const char*>(id);
+        xmlFree(id);
+    }
+    return text;
+}
+
+// A new handle on the first element child of `parent` named `name`, or an empty pointer.
+XmlNodePtr childNamed(const XmlNodePtr& parent, const std::string& name)
+{
+    for (xmlNode* child = parent->getlibXML2Node()->children; child != nullptr; child = child->next) {
+        if (child->type == XML_ELEMENT_NODE && name == reinterpret_cast<const char*>(child->name)) {
+            XmlNodePtr handle = tarn::CreateXmlNode();
+            handle->Initialize(child);
+            return handle;
+        }
+    }
+    return XmlNodePtr();
+}
+
+void setAttribute(const XmlNodePtr& node, const char* name, const char* value)
+{
+    ASSERT_NE(xmlSetProp(node->getlibXML2Node(), reinterpret_cast<const xmlChar*>(name),
+                         reinterpret_cast<const xmlChar*>(value)),
+              nullptr);
 }
 
 // Walks an iterator from GetFirst to the end.
@@ -130,8 +154,8 @@ TEST(ChildIterator, RepeatedRequestKeepsPositionAndGetFirstRewinds)
 TEST(ChildIterator, ReaimingAtAnotherNodeResetsThePosition)
 {
     const XmlDocumentPtr document = load("<r><p><a/><b/></p><q><c/></q></r>");
-    const XmlNodePtr p = document->GetRoot()->GetChild("p");
-    const XmlNodePtr q = document->GetRoot()->GetChild("q");
+    const XmlNodePtr p = childNamed(document->GetRoot(), "p");
+    const XmlNodePtr q = childNamed(document->GetRoot(), "q");
     ASSERT_TRUE(p && q);
 
     XmlNodeIterator iterator;
@@ -281,11 +305,11 @@ TEST(AttributeIterator, ReusedViewEndsOnNoAttribute)
     EXPECT_EQ(first->GetName(), "b");
 }
 
-TEST(AttributeIterator, SetterChangesAreSeenAndViewsAreDirect)
+TEST(AttributeIterator, AttributesAddedLaterAreSeenAndViewsWorkAlone)
 {
     const XmlNodePtr node = tarn::CreateXmlNode("e", "");
-    ASSERT_EQ(node->SetAttribute("k", "v1"), 0);
-    ASSERT_EQ(node->SetAttribute("m", "v2"), 0);
+    setAttribute(node, "k", "v1");
+    setAttribute(node, "m", "v2");
     EXPECT_EQ(attributes(node->GetAttributeIterator()), Names({"k=v1", "m=v2"}));
 
     tarn::XmlAttribute view;
@@ -372,7 +396,7 @@ TEST(XPath, HandleQueriesStartAtTheHandlesNode)
         {"@id", {}},
     };
     const XmlDocumentPtr document = load(kRecords);
-    const XmlNodePtr b = document->GetRoot()->GetChild("b");
+    const XmlNodePtr b = childNamed(document->GetRoot(), "b");
     ASSERT_TRUE(b);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.xpath);
@@ -391,7 +415,7 @@ TEST(XPath, ExpressionsThatGiveNoNodeSetKeepThePreviousResultAndPosition)
     };
     const tarntest::QuietLibxml2 quiet;
     const XmlDocumentPtr document = load(kRecords);
-    const XmlNodePtr b = document->GetRoot()->GetChild("b");
+    const XmlNodePtr b = childNamed(document->GetRoot(), "b");
     ASSERT_TRUE(b);
     for (const char* xpath : failing) {
         SCOPED_TRACE(xpath);
