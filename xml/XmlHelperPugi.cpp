@@ -6,6 +6,7 @@
 #include "tarnxml/XmlNode.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,9 @@ public:
     void write(const void* data, size_t size) override
     {
         const char* bytes = static_cast<const char*>(data);
+        if (size == 0)
+            return;
+        scan(bytes, size);
         if (blocks_.empty() && out_.size() + size <= kDirectLimit) {
             out_.append(bytes, size);
             return;
@@ -57,13 +61,36 @@ public:
         blocks_.clear();
     }
 
+    // Whether the printed text may need the numeric reference clean-up: it holds "&#" or a zero
+    // byte (the clean-up reads only up to the first zero byte).
+    bool needsCleanUp() const { return sawReference_ || sawZero_; }
+
 private:
+    // Looks for "&#" and zero bytes while the chunk is still in cache, instead of a second pass
+    // over the whole text afterwards. pugixml 1.13 writes escapes and names whole, but nothing
+    // promises that a chunk never ends between the "&" and the "#", so that case is covered.
+    void scan(const char* bytes, size_t size)
+    {
+        if (!sawReference_) {
+            if (lastWasAmpersand_ && bytes[0] == '#')
+                sawReference_ = true;
+            else if (std::string_view(bytes, size).find("&#") != std::string_view::npos)
+                sawReference_ = true;
+        }
+        lastWasAmpersand_ = bytes[size - 1] == '&';
+        if (!sawZero_ && std::memchr(bytes, 0, size))
+            sawZero_ = true;
+    }
+
     static constexpr size_t kInitialReserve = 1024;
     static constexpr size_t kDirectLimit = 64 * 1024;
     static constexpr size_t kBlockSize = 64 * 1024;
 
     std::string& out_;
     std::vector<std::string> blocks_;
+    bool sawReference_ = false;
+    bool sawZero_ = false;
+    bool lastWasAmpersand_ = false;
 };
 
 unsigned int printFlags(bool formatted)
@@ -79,10 +106,9 @@ const char* printIndent(bool formatted, const char* indent)
 // The printed text after the numeric reference clean-up. The clean-up reads its input up to the
 // first zero byte and can change only text that holds "&#"; text with neither is handed back as
 // it is, without the copy.
-std::string cleanPrinted(std::string&& printed)
+std::string cleanPrinted(std::string&& printed, const StringSink& sink)
 {
-    const std::string_view view(printed);
-    if (view.find("&#") == std::string_view::npos && view.find('\0') == std::string_view::npos)
+    if (!sink.needsCleanUp())
         return std::move(printed);
     return replaceInvalidNumericEncodings(printed);
 }
@@ -179,7 +205,7 @@ std::string innerXml(const pugi::xml_node& node, bool formatted, const char* ind
     for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
         child.print(sink, unit, flags, pugi::encoding_auto, 0);
     sink.finish();
-    return cleanPrinted(std::move(printed));
+    return cleanPrinted(std::move(printed), sink);
 }
 
 std::string outerXml(const pugi::xml_node& node, bool formatted, const char* indent)
@@ -190,7 +216,7 @@ std::string outerXml(const pugi::xml_node& node, bool formatted, const char* ind
     StringSink sink(printed);
     node.print(sink, printIndent(formatted, indent), printFlags(formatted), pugi::encoding_auto, 0);
     sink.finish();
-    return cleanPrinted(std::move(printed));
+    return cleanPrinted(std::move(printed), sink);
 }
 
 } // namespace XmlHelper
