@@ -61,25 +61,31 @@ public:
         blocks_.clear();
     }
 
-    // Whether the printed text may need the numeric reference clean-up: it holds "&#" or a zero
-    // byte (the clean-up reads only up to the first zero byte).
-    bool needsCleanUp() const { return sawReference_ || sawZero_; }
+    // Whether the printed text may need the numeric reference clean-up: it holds "&#". (The
+    // clean-up also stops at a zero byte, but pugixml prints only zero-terminated names and
+    // values, so its output holds none.)
+    bool needsCleanUp() const { return sawReference_; }
 
 private:
-    // Looks for "&#" and zero bytes while the chunk is still in cache, instead of a second pass
-    // over the whole text afterwards. pugixml 1.13 writes escapes and names whole, but nothing
-    // promises that a chunk never ends between the "&" and the "#", so that case is covered.
+    // Looks for "&#" while the chunk is still in cache, instead of a second pass over the whole
+    // text afterwards. It searches for the "#", which is rare in XML, rather than the "&", which
+    // every escape starts with. pugixml 1.13 writes escapes and names whole, but nothing promises
+    // that a chunk never ends between the "&" and the "#", so that case is covered.
     void scan(const char* bytes, size_t size)
     {
-        if (!sawReference_) {
-            if (lastWasAmpersand_ && bytes[0] == '#')
+        if (sawReference_)
+            return;
+        const char* end = bytes + size;
+        const char* hash = static_cast<const char*>(std::memchr(bytes, '#', size));
+        while (hash) {
+            if (hash == bytes ? lastByte_ == '&' : hash[-1] == '&') {
                 sawReference_ = true;
-            else if (std::string_view(bytes, size).find("&#") != std::string_view::npos)
-                sawReference_ = true;
+                return;
+            }
+            ++hash;
+            hash = static_cast<const char*>(std::memchr(hash, '#', static_cast<size_t>(end - hash)));
         }
-        lastWasAmpersand_ = bytes[size - 1] == '&';
-        if (!sawZero_ && std::memchr(bytes, 0, size))
-            sawZero_ = true;
+        lastByte_ = end[-1];
     }
 
     static constexpr size_t kInitialReserve = 1024;
@@ -89,8 +95,7 @@ private:
     std::string& out_;
     std::vector<std::string> blocks_;
     bool sawReference_ = false;
-    bool sawZero_ = false;
-    bool lastWasAmpersand_ = false;
+    char lastByte_ = '\0';
 };
 
 unsigned int printFlags(bool formatted)
@@ -103,9 +108,8 @@ const char* printIndent(bool formatted, const char* indent)
     return formatted && indent ? indent : "";
 }
 
-// The printed text after the numeric reference clean-up. The clean-up reads its input up to the
-// first zero byte and can change only text that holds "&#"; text with neither is handed back as
-// it is, without the copy.
+// The printed text after the numeric reference clean-up, which can change only text that holds
+// "&#"; other text is handed back as it is, without the copy.
 std::string cleanPrinted(std::string&& printed, const StringSink& sink)
 {
     if (!sink.needsCleanUp())
