@@ -149,6 +149,18 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
         command->footer(kExitCodes);
     }
 
+    // CLI11 would call an unknown word a missing subcommand; name it instead.
+    if (args.size() > 1 && !args[1].empty() && args[1][0] != '-') {
+        bool known = false;
+        for (const CLI::App* command : app.get_subcommands({})) {
+            known = known || command->get_name() == args[1];
+        }
+        if (!known) {
+            io.err << "tarnxml: unknown subcommand '" << args[1] << "'\nRun with --help for more information.\n";
+            return kExitUsage;
+        }
+    }
+
     std::vector<const char*> argv;
     for (const std::string& arg : args) {
         argv.push_back(arg.c_str());

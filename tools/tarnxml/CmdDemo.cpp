@@ -54,7 +54,7 @@ public:
         std::vector<std::string> argv{"tarnxml"};
         for (std::string& arg : args) {
             io_.out << ' ' << shellQuote(arg == "FILE" ? shown_ : arg);
-            argv.push_back(arg == "FILE" ? sample_ : arg);
+            argv.push_back(arg == "FILE" ? shown_ : arg);
         }
         io_.out << '\n';
         std::istringstream in(input);

@@ -61,14 +61,17 @@ void validate(const EditOptions& options) {
 // ancestor (its handle is never used after the ancestor's subtree is freed); the root element
 // stays, since a document cannot be left without one.
 void deleteElements(const std::vector<tarn::XmlNodePtr>& selection, Streams& io) {
+    auto isRoot = [](xmlNodePtr raw) { return raw->parent == nullptr || raw->parent->type == XML_DOCUMENT_NODE; };
     std::unordered_set<xmlNodePtr> selected;
     for (const tarn::XmlNodePtr& node : selection) {
-        selected.insert(node->getlibXML2Node());
+        if (!isRoot(node->getlibXML2Node())) {
+            selected.insert(node->getlibXML2Node());
+        }
     }
     std::vector<tarn::XmlNodePtr> outermost;
     for (const tarn::XmlNodePtr& node : selection) {
         xmlNodePtr raw = node->getlibXML2Node();
-        if (raw->parent == nullptr || raw->parent->type == XML_DOCUMENT_NODE) {
+        if (isRoot(raw)) {
             io.err << "tarnxml edit: the root element cannot be deleted; left in place\n";
             continue;
         }
