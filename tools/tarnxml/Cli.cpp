@@ -1,5 +1,8 @@
 // The tarnxml command line: subcommands and options (CLI11), dispatch and error reporting.
+#include <climits>
+#include <cstdlib>
 #include <map>
+#include <memory>
 #include <ostream>
 
 #include <unistd.h>
@@ -43,7 +46,8 @@ std::string findSample(const std::string& argv0) {
     };
     for (const std::string& candidate : candidates) {
         if (readable(candidate)) {
-            return candidate;
+            std::unique_ptr<char, void (*)(void*)> resolved(::realpath(candidate.c_str(), nullptr), std::free);
+            return resolved ? std::string(resolved.get()) : candidate;
         }
     }
     throw ToolError(kExitUsage, "cannot find sample.xml (looked in " + candidates[0] + " and " + candidates[1] +

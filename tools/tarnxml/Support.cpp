@@ -41,7 +41,25 @@ void readDescriptor(int fd, const std::string& name, std::string& text) {
     }
     for (;;) {
         if (used == text.size()) {
-            text.resize(text.size() + block);
+            // Full (a regular file is read into a buffer of its size): look for more in a small
+            // buffer first, so that reaching the end never reallocates the whole text.
+            char probe[4096];
+            ssize_t got = ::read(fd, probe, sizeof probe);
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got < 0) {
+                int error = errno;
+                text.clear();
+                throw ToolError(kExitUsage, systemMessage(name, error));
+            }
+            if (got == 0) {
+                break;
+            }
+            text.resize(used + static_cast<std::size_t>(got) + block);
+            std::memcpy(&text[used], probe, static_cast<std::size_t>(got));
+            used += static_cast<std::size_t>(got);
+            continue;
         }
         ssize_t got = ::read(fd, &text[used], text.size() - used);
         if (got < 0) {
