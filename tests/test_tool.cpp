@@ -274,6 +274,33 @@ TEST_F(ToolTest, FormatStreamEncodeDecodeAndWrite) {
     expectCases(cases, file("small.xml", small));
 }
 
+TEST_F(ToolTest, EncodeThenDecodeGivesTheTextBack) {
+    const std::vector<std::string> texts = {
+        "plain", "<&>'\"", "tab\tcr\rlf\n", "\xC3\xA9t\xC3\xA9", "\xE2\x82\xAC 5", "\xF0\x9F\x98\x80 four bytes",
+        "&amp; already encoded", "",
+    };
+    for (const std::string& text : texts) {
+        SCOPED_TRACE(text);
+        Result encoded = run({"encode"}, text);
+        ASSERT_EQ(0, encoded.code) << encoded.err;
+        for (char c : encoded.out) {
+            EXPECT_TRUE(c >= 0x20 && c < 0x7f) << "not printable ASCII: " << static_cast<int>(c);
+        }
+        Result decoded = run({"decode"}, encoded.out);
+        EXPECT_EQ(text, decoded.out);
+    }
+}
+
+// What edit prints is a document again, with the prolog kept.
+TEST_F(ToolTest, EditOutputIsWellFormedAndKeepsTheProlog) {
+    std::string path = file("p.xml", "<?xml version=\"1.0\"?>\n<!DOCTYPE r>\n<!-- kept -->\n<r><a>1</a><a>2</a></r>\n");
+    Result edited = run({"edit", "-x", "//a[1]", "--delete", "-x", "/r", "--append", "b=<&>", path});
+    ASSERT_EQ(0, edited.code) << edited.err;
+    EXPECT_EQ("<?xml version=\"1.0\"?>\n<!DOCTYPE r>\n<!-- kept -->\n<r><a>2</a><b>&lt;&amp;&gt;</b></r>\n", edited.out);
+    Result checked = run({"check", "-"}, edited.out);
+    EXPECT_EQ("-: ok, 3 elements\n", checked.out);
+}
+
 // A document far larger than the others goes through stream and check whole.
 TEST_F(ToolTest, LargeInputIsStreamedCompletely) {
     const int items = 50000;
@@ -337,6 +364,11 @@ TEST_F(ToolTest, AgreesWithXmllint) {
         ASSERT_EQ(0, lint.code);
         EXPECT_EQ(lint.out.substr(0, lint.out.find_last_not_of('\n') + 1) + "\n", ours.out);
     }
+    // Both print each element with libxml2's node writer, one after another.
+    const std::string firstThree = "(//*[local-name()='mime-type'])[position() <= 3]";
+    Result lintNodes = run({"--xpath", firstThree, mime}, "", "xmllint");
+    Result ourNodes = run({"select", "-x", firstThree, mime});
+    EXPECT_EQ(lintNodes.out, ourNodes.out);
     Result lint = run({"--xpath", "string((//*[local-name()='mime-type'])[17]/@type)", mime}, "", "xmllint");
     Result ours = run({"select", "--attr", "type", "-x", "(//*[local-name()='mime-type'])[17]", mime});
     EXPECT_EQ(lint.out.substr(0, lint.out.find_last_not_of('\n') + 1) + "\n", ours.out);
