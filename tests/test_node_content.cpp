@@ -180,6 +180,7 @@ TEST(Children, EntityReferenceHasNoChildren)
     EXPECT_FALSE(ref->GetLastChild());
     EXPECT_FALSE(ref->GetChild());
     EXPECT_EQ(ref->GetChildCount(), 0);
+    EXPECT_EQ(ref->Clone()->GetName(), "e");  // the copy does not take the declaration along
 }
 
 TEST(Children, ContentOfPresentAndMissingChildren)
