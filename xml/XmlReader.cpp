@@ -346,7 +346,15 @@ std::string XmlReader::innerXml()
 
 std::string XmlReader::outerXml()
 {
-    return reader != nullptr ? takeString(xmlTextReaderReadOuterXml(reader)) : std::string();
+    if (reader == nullptr)
+        return std::string();
+    // After a parse error libxml2 can leave the reader on the document node itself. Serialising
+    // that node copies the whole document and frees the copy as a plain node, which leaks the
+    // copy's version and encoding strings (libxml2 2.9). The reader stands there only after an
+    // error, so it answers with the neutral empty text instead.
+    if (xmlTextReaderNodeType(reader) == XML_READER_TYPE_DOCUMENT)
+        return std::string();
+    return takeString(xmlTextReaderReadOuterXml(reader));
 }
 
 std::string XmlReader::encoding() const
