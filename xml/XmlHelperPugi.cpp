@@ -5,27 +5,66 @@
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlNode.h"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace XmlHelper {
 
 namespace {
 
-// Collects pugixml's printed output straight into a string. pugixml already buffers its output
-// and hands it over in large chunks, so this avoids the stream layer and the final copy that
-// std::ostringstream::str() would cost.
+// Collects pugixml's printed output into a string, without a stream layer and without the final
+// copy that std::ostringstream::str() costs. pugixml hands its output over in chunks of a few
+// kilobytes. Small output goes straight into the string. Large output would make the string
+// regrow again and again (each time copying everything and touching fresh pages), so past a
+// limit it is collected in fixed blocks and copied once, into a string of the final size.
 class StringSink final : public pugi::xml_writer {
 public:
-    explicit StringSink(std::string& out) : out_(out) {}
-    void write(const void* data, size_t size) override { out_.append(static_cast<const char*>(data), size); }
+    explicit StringSink(std::string& out) : out_(out) { out_.reserve(kInitialReserve); }
+
+    void write(const void* data, size_t size) override
+    {
+        const char* bytes = static_cast<const char*>(data);
+        if (blocks_.empty() && out_.size() + size <= kDirectLimit) {
+            out_.append(bytes, size);
+            return;
+        }
+        while (size != 0) {
+            if (blocks_.empty() || blocks_.back().size() == kBlockSize) {
+                blocks_.emplace_back();
+                blocks_.back().reserve(kBlockSize);
+            }
+            std::string& block = blocks_.back();
+            const size_t take = std::min(size, kBlockSize - block.size());
+            block.append(bytes, take);
+            bytes += take;
+            size -= take;
+        }
+    }
+
+    // Moves the collected blocks into the string; call once after printing.
+    void finish()
+    {
+        if (blocks_.empty())
+            return;
+        size_t total = out_.size();
+        for (const std::string& block : blocks_)
+            total += block.size();
+        out_.reserve(total);
+        for (const std::string& block : blocks_)
+            out_.append(block);
+        blocks_.clear();
+    }
 
 private:
-    std::string& out_;
-};
+    static constexpr size_t kInitialReserve = 1024;
+    static constexpr size_t kDirectLimit = 64 * 1024;
+    static constexpr size_t kBlockSize = 64 * 1024;
 
-// A first guess at the printed size, so that small documents print without regrowing.
-constexpr size_t kInitialReserve = 1024;
+    std::string& out_;
+    std::vector<std::string> blocks_;
+};
 
 unsigned int printFlags(bool formatted)
 {
@@ -134,12 +173,12 @@ std::string innerXml(const pugi::xml_node& node, bool formatted, const char* ind
     std::string printed;
     if (!node)
         return printed;
-    printed.reserve(kInitialReserve);
     StringSink sink(printed);
     const char* unit = printIndent(formatted, indent);
     const unsigned int flags = printFlags(formatted);
     for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
         child.print(sink, unit, flags, pugi::encoding_auto, 0);
+    sink.finish();
     return cleanPrinted(std::move(printed));
 }
 
@@ -148,9 +187,9 @@ std::string outerXml(const pugi::xml_node& node, bool formatted, const char* ind
     std::string printed;
     if (!node)
         return printed;
-    printed.reserve(kInitialReserve);
     StringSink sink(printed);
     node.print(sink, printIndent(formatted, indent), printFlags(formatted), pugi::encoding_auto, 0);
+    sink.finish();
     return cleanPrinted(std::move(printed));
 }
 

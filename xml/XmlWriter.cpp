@@ -102,7 +102,7 @@ void XmlWriter::writeElement(const char* name, const char* value)
         return;
     std::string scratch;
     const XmlHelper::TextView clean = XmlHelper::sanitize(value, scratch);
-    element.text().set(clean.data);
+    element.text().set(clean.data, clean.size);
 }
 
 void XmlWriter::writeElement(const char* name, const std::string& value)
@@ -141,7 +141,7 @@ void XmlWriter::writeAttribute(const char* name, const char* value)
         return;
     std::string scratch;
     const XmlHelper::TextView clean = XmlHelper::sanitize(value, scratch);
-    attribute.set_value(clean.data);
+    attribute.set_value(clean.data, clean.size);
 }
 
 void XmlWriter::writeAttribute(const char* name, const std::string& value)
@@ -177,7 +177,7 @@ void XmlWriter::writeText(const char* text)
     const XmlHelper::TextView clean = XmlHelper::sanitize(text, scratch);
     // An element's first PCDATA/CDATA child (made when missing), a CDATA section's own value;
     // comments and empty handles take nothing.
-    openNodes.back().text().set(clean.data);
+    openNodes.back().text().set(clean.data, clean.size);
 }
 
 void XmlWriter::writeText(const std::string& text)

@@ -20,7 +20,7 @@ void appendTextNode(pugi::xml_node parent, pugi::xml_node_type type, const char*
         return;
     std::string scratch;
     const XmlHelper::TextView clean = XmlHelper::sanitize(text, scratch);
-    node.set_value(clean.data);
+    node.set_value(clean.data, clean.size);
 }
 
 } // namespace
