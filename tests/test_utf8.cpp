@@ -2,6 +2,7 @@
 // of numeric character references. Inputs sit in heap buffers of exactly their size, so a read past
 // the count trips AddressSanitizer. This binary replaces the global operator new to prove that the
 // valid path of sanitize allocates nothing.
+#include "TestSupport.h"
 #include "tarnxml/XmlHelper.h"
 
 #include <gtest/gtest.h>
@@ -284,7 +285,7 @@ TEST(Sanitize, AnyInputComesOutValid)
                                          0xF4, 0xF5, 0xFF};
     std::string scratch;
     std::string again;
-    for (int round = 0; round < 20000; ++round) {
+    for (long round = 0; round < tarntest::iterations(20000); ++round) {
         Bytes bytes(1 + rng() % 70);
         for (unsigned char& b : bytes)
             b = rng() % 2 ? interesting[rng() % sizeof interesting] : static_cast<unsigned char>(rng());
@@ -312,7 +313,7 @@ TEST(Sanitize, CharacterCutOffAtTheEndIsDropped)
     const unsigned char tails[] = {0x80, 0xA0, 0xBF, 0xC0, 0xC2, 0xE0, 0xED, 0xEF, 0xF0, 0xF4, 0xF7, 0xF8, 0x41};
     std::string scratch, scratchA;
     std::size_t dropped = 0;
-    for (int round = 0; round < 5000; ++round) {
+    for (long round = 0; round < tarntest::iterations(5000); ++round) {
         Bytes bytes(rng() % 6);
         for (unsigned char& b : bytes)
             b = static_cast<unsigned char>(rng());
@@ -333,7 +334,7 @@ TEST(Sanitize, CharacterCutOffAtTheEndIsDropped)
         EXPECT_EQ(hex(out + "\xEF\xBF\xBD"), hex(plain)) << "input " << hex(textOf(bytes));
         EXPECT_GE(bytes.back(), 0x80) << "input " << hex(textOf(bytes));
     }
-    EXPECT_GT(dropped, 100u);
+    EXPECT_GT(dropped, 0u);
 }
 
 TEST(Sanitize, ValidPathAllocatesNothing)
