@@ -356,6 +356,27 @@ TEST(Utf8Dispatch, PicksTheFastestSupportedPath)
     EXPECT_TRUE(tarn::detail::utf8Valid(text, 0));
 }
 
+// utf8Valid hands short texts to the word walk and longer ones to the best path: the same answers
+// on both sides of the hand-over.
+TEST(Utf8Dispatch, AgreesWithTheReferenceAroundTheShortTextLimit)
+{
+    TextGenerator gen(31);
+    std::size_t mismatches = 0;
+    for (long round = 0; round < tarntest::iterations(50000); ++round) {
+        Bytes text = gen.make(static_cast<std::size_t>(gen.pick(40)));
+        if (!text.empty() && gen.pick(2))
+            damage(text, static_cast<std::size_t>(gen.pick(static_cast<int>(text.size()))), gen);
+        const std::unique_ptr<unsigned char[]> exact(new unsigned char[text.size()]);
+        if (!text.empty())
+            std::memcpy(exact.get(), text.data(), text.size());
+        if (tarn::detail::utf8Valid(exact.get(), text.size()) !=
+                tarn::detail::utf8ValidScalar(exact.get(), text.size()) &&
+            ++mismatches <= 5)
+            ADD_FAILURE() << "utf8Valid disagrees on " << hex(text);
+    }
+    EXPECT_EQ(mismatches, 0u);
+}
+
 TEST_P(Utf8PathTest, AllOneAndTwoByteInputs)
 {
     Checker check(GetParam());

@@ -577,6 +577,10 @@ bool utf8ValidWith(Utf8Path path, const unsigned char* data, std::size_t size)
 
 bool utf8Valid(const unsigned char* data, std::size_t size)
 {
+    // Most texts that pass the gate are short names and values; below one vector block the word
+    // walk is quicker than padding a block.
+    if (size < 16)
+        return validPortable(data, size);
     static const Validator validator = validatorFor(utf8BestPath());
     return validator(data, size);
 }
