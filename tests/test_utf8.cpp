@@ -33,24 +33,31 @@ void* countedAllocate(std::size_t size)
 }
 } // namespace
 
-void* operator new(std::size_t size) { return countedAllocate(size); }
-void* operator new[](std::size_t size) { return countedAllocate(size); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+// Every other form forwards to these four, so that a tool that intercepts them (valgrind does)
+// sees matching pairs; none is inlined, so every call reaches the symbol such a tool replaces.
+#define TARN_TEST_REPLACED __attribute__((noinline))
+TARN_TEST_REPLACED void* operator new(std::size_t size) { return countedAllocate(size); }
+TARN_TEST_REPLACED void* operator new[](std::size_t size) { return countedAllocate(size); }
+TARN_TEST_REPLACED void operator delete(void* p) noexcept { std::free(p); }
+TARN_TEST_REPLACED void operator delete[](void* p) noexcept { std::free(p); }
+TARN_TEST_REPLACED void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
     try {
-        return countedAllocate(size);
+        return ::operator new(size);
     } catch (...) {
         return nullptr;
     }
 }
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
+TARN_TEST_REPLACED void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
 {
-    return operator new(size, tag);
+    try {
+        return ::operator new[](size);
+    } catch (...) {
+        return nullptr;
+    }
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+TARN_TEST_REPLACED void operator delete(void* p, std::size_t) noexcept { ::operator delete(p); }
+TARN_TEST_REPLACED void operator delete[](void* p, std::size_t) noexcept { ::operator delete[](p); }
 
 namespace {
 
@@ -65,6 +72,15 @@ public:
     ~AllocationCounter() { g_counting = false; }
     long count() const { return g_allocations.load(); }
 };
+
+// False when a tool such as valgrind has put its own operator new in place of this file's.
+bool countingWorks()
+{
+    AllocationCounter counter;
+    void* volatile probe = ::operator new(64); // volatile: the pair may not be optimised away
+    ::operator delete(probe);
+    return counter.count() == 1;
+}
 
 using Bytes = std::vector<unsigned char>;
 
@@ -339,6 +355,8 @@ TEST(Sanitize, CharacterCutOffAtTheEndIsDropped)
 
 TEST(Sanitize, ValidPathAllocatesNothing)
 {
+    if (!countingWorks())
+        GTEST_SKIP() << "operator new is intercepted; allocations cannot be counted";
     std::string text;
     while (text.size() < 100000)
         text += "<entry lang=\"ja\">\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E</entry>\n\t<x y=\"1\"/>\r\n";
@@ -367,6 +385,8 @@ TEST(Sanitize, ValidPathAllocatesNothing)
 // repairing again allocates nothing.
 TEST(Sanitize, RepairReusesTheScratchText)
 {
+    if (!countingWorks())
+        GTEST_SKIP() << "operator new is intercepted; allocations cannot be counted";
     std::string text(4000, 'a');
     text[10] = '\x01';
     text[2000] = '\xFF';

@@ -305,41 +305,6 @@ TEST(Utf8Reference, TableWalkAgreesWithDecoderOnRandomText)
     EXPECT_EQ(mismatches, 0u);
 }
 
-// The characters of Unicode's table at their edges, and the classic ways to get them wrong.
-TEST(Utf8Reference, KnownSequences)
-{
-    struct Case {
-        Bytes bytes;
-        bool valid;
-    };
-    const Case cases[] = {
-        {{'a', '\t', 'b', '\r', '\n'}, true},  {{0xC2, 0x80}, true},
-        {{0xDF, 0xBF}, true},                  {{0xE0, 0xA0, 0x80}, true},
-        {{0xED, 0x9F, 0xBF}, true},            {{0xEE, 0x80, 0x80}, true},
-        {{0xEF, 0xBF, 0xBF}, true},            {{0xF0, 0x90, 0x80, 0x80}, true},
-        {{0xF4, 0x8F, 0xBF, 0xBF}, true},      {{0x00}, false},
-        {{0x1F}, false},                       {{0x7F}, false},
-        {{0x80}, false},                       {{0xC0, 0x80}, false},
-        {{0xC1, 0xBF}, false},                 {{0xC2}, false},
-        {{0xC2, 0x41}, false},                 {{0xE0, 0x9F, 0xBF}, false},
-        {{0xED, 0xA0, 0x80}, false},           {{0xEF, 0xBF}, false},
-        {{0xF0, 0x8F, 0xBF, 0xBF}, false},     {{0xF4, 0x90, 0x80, 0x80}, false},
-        {{0xF5, 0x80, 0x80, 0x80}, false},     {{0xFF}, false},
-        {{0xE1, 0x80, 0x80, 0x80}, false},     {{0xF1, 0x80, 0x80}, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(hex(c.bytes));
-        EXPECT_EQ(tarn::detail::utf8ValidScalar(c.bytes.data(), c.bytes.size()), c.valid);
-        EXPECT_EQ(decodeValid(c.bytes.data(), c.bytes.size()), c.valid);
-        for (Utf8Path path : tarn::detail::kUtf8Paths) {
-            if (tarn::detail::utf8PathSupported(path)) {
-                EXPECT_EQ(tarn::detail::utf8ValidWith(path, c.bytes.data(), c.bytes.size()), c.valid)
-                    << tarn::detail::utf8PathName(path);
-            }
-        }
-    }
-}
-
 TEST(Utf8Dispatch, PicksTheFastestSupportedPath)
 {
     EXPECT_TRUE(tarn::detail::utf8PathSupported(Utf8Path::Scalar));
