@@ -14,6 +14,12 @@
 #include <new>
 #include <string>
 
+#if __has_include(<valgrind/valgrind.h>)
+#include <valgrind/valgrind.h>
+#else
+#define RUNNING_ON_VALGRIND 0
+#endif
+
 namespace {
 
 std::atomic<bool> g_counting{false};
@@ -31,31 +37,32 @@ void* countedAllocate(std::size_t size)
     return std::malloc(size == 0 ? 1 : size);
 }
 
-// Out of line, so that the compiler does not pair the free with the operator new at a call site.
-[[gnu::noinline]] void countedRelease(void* block) noexcept { std::free(block); }
+void countedRelease(void* block) noexcept { std::free(block); }
 
 } // namespace
 
-void* operator new(std::size_t size)
+// The replacements stay out of line: inlined into this file's code they would pair a free with an
+// allocation made elsewhere, which tools that track allocation kinds (valgrind) report.
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     if (void* block = countedAllocate(size))
         return block;
     throw std::bad_alloc();
 }
-void* operator new[](std::size_t size)
+[[gnu::noinline]] void* operator new[](std::size_t size)
 {
     if (void* block = countedAllocate(size))
         return block;
     throw std::bad_alloc();
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return countedAllocate(size); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return countedAllocate(size); }
-void operator delete(void* block) noexcept { countedRelease(block); }
-void operator delete[](void* block) noexcept { countedRelease(block); }
-void operator delete(void* block, std::size_t) noexcept { countedRelease(block); }
-void operator delete[](void* block, std::size_t) noexcept { countedRelease(block); }
-void operator delete(void* block, const std::nothrow_t&) noexcept { countedRelease(block); }
-void operator delete[](void* block, const std::nothrow_t&) noexcept { countedRelease(block); }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return countedAllocate(size); }
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return countedAllocate(size); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete[](void* block) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete(void* block, const std::nothrow_t&) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete[](void* block, const std::nothrow_t&) noexcept { countedRelease(block); }
 
 namespace {
 
@@ -155,10 +162,13 @@ TEST_F(IteratorAllocations, CountersSeeAllocations)
     ASSERT_TRUE(document);
     const XmlNodePtr handle = tarn::CreateXmlNode();
     handle->Initialize(document->GetRoot()->getlibXML2Node());
-    // A first request allocates through operator new; a later query through libxml2 only.
-    EXPECT_GT(allocationsDuring([&] { handle->GetIterator(); }), 0);
+    // A query allocates through libxml2; a first request through operator new, which valgrind
+    // replaces with its own (the operator new count then stays at zero).
     ASSERT_NE(document->GetIterator("//c"), nullptr);
     EXPECT_GT(allocationsDuring([&] { document->GetIterator("//c"); }), 0);
+    if (RUNNING_ON_VALGRIND)
+        GTEST_SKIP() << "operator new is valgrind's";
+    EXPECT_GT(allocationsDuring([&] { handle->GetIterator(); }), 0);
 }
 
 } // namespace
