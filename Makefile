@@ -47,11 +47,7 @@ test: build
 	$(CTEST) --test-dir build --output-on-failure -j $(JOBS)
 
 demo: build
-	@if [ -x build/tools/tarnxml/tarnxml ]; then \
-	  build/tools/tarnxml/tarnxml demo; \
-	else \
-	  build/examples/quickstart examples/sample.xml; \
-	fi
+	build/tools/tarnxml/tarnxml demo
 
 bench: deps
 	$(CMAKE) -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DTARNXML_BUILD_TESTS=OFF -DTARNXML_BUILD_TOOL=OFF $(CMAKE_COMMON)

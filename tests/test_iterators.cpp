@@ -59,13 +59,6 @@ XmlNodePtr childNamed(const XmlNodePtr& parent, const std::string& name)
     return XmlNodePtr();
 }
 
-void setAttribute(const XmlNodePtr& node, const char* name, const char* value)
-{
-    ASSERT_NE(xmlSetProp(node->getlibXML2Node(), reinterpret_cast<const xmlChar*>(name),
-                         reinterpret_cast<const xmlChar*>(value)),
-              nullptr);
-}
-
 // Walks an iterator from GetFirst to the end.
 std::vector<std::string> walk(XmlNodeIterator* iterator)
 {
@@ -98,7 +91,6 @@ TEST(ChildIterator, YieldsOnlyElementChildrenInDocumentOrder)
     };
     const Case cases[] = {
         {"<r>t<a/><!--c--><b/>u</r>", {"a", "b"}},
-        {"<r/>", {}},
         {"<r>only text</r>", {}},
         {"<r><!--c--><?pi x?><![CDATA[d]]></r>", {}},
         {"<r>\n  <a/>\n  <?pi x?>\n  <b><c/></b>\n  <![CDATA[d]]><a id=\"2\"/>\n</r>", {"a", "b", "a2"}},
@@ -108,17 +100,7 @@ TEST(ChildIterator, YieldsOnlyElementChildrenInDocumentOrder)
         SCOPED_TRACE(c.text);
         const XmlDocumentPtr document = load(c.text);
         ASSERT_TRUE(document);
-        XmlNodeIterator* iterator = document->GetRoot()->GetIterator();
-        EXPECT_EQ(walk(iterator), c.expected);
-        // Past the end the walk stays ended and the item refers to no node.
-        const XmlNodePtr first = iterator->GetFirst();
-        for (size_t i = 1; i < c.expected.size(); ++i)
-            iterator->GetNext();
-        EXPECT_FALSE(iterator->GetNext());
-        EXPECT_FALSE(iterator->GetNext());
-        if (first) {
-            EXPECT_EQ(first->getlibXML2Node(), nullptr);
-        }
+        EXPECT_EQ(walk(document->GetRoot()->GetIterator()), c.expected);
     }
 }
 
@@ -133,6 +115,7 @@ TEST(ChildIterator, YieldsOneReusedItemAndEndsOnNoNode)
     ASSERT_TRUE(second);
     EXPECT_EQ(second.get(), first.get());
     EXPECT_EQ(first->GetName(), "b");
+    EXPECT_FALSE(iterator->GetNext());
     EXPECT_FALSE(iterator->GetNext());
     EXPECT_EQ(first->getlibXML2Node(), nullptr);
 }
@@ -158,14 +141,7 @@ TEST(ChildIterator, ReaimingAtAnotherNodeResetsThePosition)
     const XmlNodePtr q = childNamed(document->GetRoot(), "q");
     ASSERT_TRUE(p && q);
 
-    XmlNodeIterator iterator;
-    iterator.Initialize(p->getlibXML2Node());
-    ASSERT_TRUE(iterator.GetFirst());
-    iterator.Initialize(q->getlibXML2Node());
-    EXPECT_FALSE(iterator.GetNext()); // aimed, not started
-    EXPECT_EQ(walk(&iterator), Names({"c"}));
-
-    // The same through a handle: re-pointing the handle re-aims its iterator on the next request.
+    // Re-pointing a handle re-aims its iterator on the next request.
     XmlNodePtr handle = tarn::CreateXmlNode();
     handle->Initialize(p->getlibXML2Node());
     ASSERT_TRUE(handle->GetIterator()->GetFirst());
@@ -176,19 +152,6 @@ TEST(ChildIterator, ReaimingAtAnotherNodeResetsThePosition)
     EXPECT_FALSE(handle->GetIterator()->GetFirst());
 }
 
-TEST(ChildIterator, NestedWalksUseTheYieldedHandlesOwnIterators)
-{
-    const XmlDocumentPtr document = load("<r><p><a/><b/></p><q/><s><c/></s></r>");
-    XmlNodeIterator* outer = document->GetRoot()->GetIterator();
-    std::vector<std::string> seen;
-    for (XmlNodePtr child = outer->GetFirst(); child; child = outer->GetNext()) {
-        seen.push_back(child->GetName() + ":");
-        for (const std::string& name : walk(child->GetIterator()))
-            seen.back() += name;
-    }
-    EXPECT_EQ(seen, Names({"p:ab", "q:", "s:c"}));
-}
-
 TEST(ChildIterator, UnaimedIteratorsYieldNothing)
 {
     XmlNodeIterator iterator;
@@ -196,34 +159,8 @@ TEST(ChildIterator, UnaimedIteratorsYieldNothing)
     EXPECT_FALSE(iterator.GetNext());
 
     const XmlNodePtr empty = tarn::CreateXmlNode();
-    ASSERT_NE(empty->GetIterator(), nullptr);
     EXPECT_FALSE(empty->GetIterator()->GetFirst());
-    EXPECT_FALSE(empty->GetIterator()->GetNext());
-    ASSERT_NE(empty->GetAttributeIterator(), nullptr);
     EXPECT_FALSE(empty->GetAttributeIterator()->GetFirst());
-    EXPECT_FALSE(empty->GetAttributeIterator()->GetNext());
-}
-
-TEST(ChildIterator, DetachedNodeChildrenAreWalked)
-{
-    const XmlNodePtr node = tarn::CreateXmlNode("top", "text");
-    ASSERT_EQ(node->AddChild("a", std::string("1")), 0);
-    ASSERT_EQ(node->AddChild("b", std::string("")), 0);
-    EXPECT_EQ(walk(node->GetIterator()), Names({"a", "b"}));
-}
-
-TEST(ChildIterator, KeptItemOutlivesItsIterator)
-{
-    XmlNodePtr kept;
-    const XmlDocumentPtr document = load("<r><a/><b/></r>");
-    {
-        const XmlNodePtr handle = tarn::CreateXmlNode();
-        handle->Initialize(document->GetRoot()->getlibXML2Node());
-        kept = handle->GetIterator()->GetFirst();
-        ASSERT_TRUE(kept);
-    }
-    // The handle and its iterator are gone; the item is still a valid handle on the a element.
-    EXPECT_EQ(kept->GetName(), "a");
 }
 
 // --- Document child iterator ---------------------------------------------------------------------
@@ -266,7 +203,6 @@ TEST(AttributeIterator, YieldsNameAndValueOfEachAttribute)
         {"<e/>", {}},
         {"<e a=\"\"/>", {"a="}},
         {"<e a=\"x&amp;y &lt;z&gt;\"/>", {"a=x&y <z>"}},
-        {"<e a=\"&#233;\"/>", {"a=\xC3\xA9"}},
         // Namespace declarations are not attributes; prefixed attributes give their local name.
         {"<e xmlns=\"urn:u\" xmlns:p=\"urn:v\" p:a=\"1\" b=\"2\"/>", {"a=1", "b=2"}},
         // Only the value's first piece is read: an entity reference splits it (a reference node
@@ -305,38 +241,17 @@ TEST(AttributeIterator, ReusedViewEndsOnNoAttribute)
     EXPECT_EQ(first->GetName(), "b");
 }
 
-TEST(AttributeIterator, AttributesAddedLaterAreSeenAndViewsWorkAlone)
+TEST(AttributeIterator, ViewsOfNothingAndOfAValuelessAttributeReadEmpty)
 {
-    const XmlNodePtr node = tarn::CreateXmlNode("e", "");
-    setAttribute(node, "k", "v1");
-    setAttribute(node, "m", "v2");
-    EXPECT_EQ(attributes(node->GetAttributeIterator()), Names({"k=v1", "m=v2"}));
-
     tarn::XmlAttribute view;
-    EXPECT_EQ(view.GetName(), "");
-    EXPECT_EQ(view.GetValue(), "");
-    view.AttributeSet(node->getlibXML2Node()->properties);
-    EXPECT_EQ(view.GetName() + view.GetValue(), "kv1");
-
-    // An attribute without children reads as empty.
+    EXPECT_EQ(view.GetName() + view.GetValue(), "");
+    const XmlNodePtr node = tarn::CreateXmlNode("e", "");
     xmlAttr* bare = xmlNewProp(node->getlibXML2Node(), reinterpret_cast<const xmlChar*>("n"), nullptr);
     ASSERT_NE(bare, nullptr);
     view.AttributeSet(bare);
     EXPECT_EQ(view.GetName(), "n");
     EXPECT_EQ(view.GetValue(), "");
-}
-
-TEST(AttributeIterator, NonElementNodesHaveNoAttributes)
-{
-    const XmlDocumentPtr document = load("<e a=\"1\">text<!--c--></e>");
-    XmlAttributeIterator iterator;
-    xmlNode* element = document->GetRoot()->getlibXML2Node();
-    iterator.Initialize(element->children);
-    EXPECT_FALSE(iterator.GetFirst());
-    iterator.Initialize(element->children->next);
-    EXPECT_FALSE(iterator.GetFirst());
-    iterator.Initialize(element);
-    EXPECT_EQ(attributes(&iterator), Names({"a=1"}));
+    EXPECT_EQ(attributes(node->GetAttributeIterator()), Names({"n="}));
 }
 
 // --- XPath queries -------------------------------------------------------------------------------
@@ -355,8 +270,6 @@ TEST(XPath, DocumentQueriesYieldTheSelectedElements)
         {"/r/a", {"a1", "a4"}},
         {"/r/*", {"a1", "b2", "a4", "c"}},
         {"//*[@id > 2]", {"a3", "a4", "a5"}},
-        {"//a[last()]", {"a3", "a4", "a5"}},
-        {"(//a)[2]", {"a3"}},
         {"//c/d/a | /r/b", {"b2", "a5"}},
         {"/r/nothing", {}},
         // Nodes that are not elements are skipped, alone or mixed with elements.
@@ -388,10 +301,8 @@ TEST(XPath, HandleQueriesStartAtTheHandlesNode)
         {"a", {"a3"}},
         {".", {"b2"}},
         {"..", {"r"}},
-        {"*", {"a3"}},
         {"following-sibling::*", {"a4", "c"}},
         {".//a | ../c//a", {"a3", "a5"}},
-        {"//d", {"d"}},
         {"/r/a", {"a1", "a4"}},
         {"@id", {}},
     };
@@ -417,14 +328,12 @@ TEST(XPath, ExpressionsThatGiveNoNodeSetKeepThePreviousResultAndPosition)
     const XmlDocumentPtr document = load(kRecords);
     const XmlNodePtr b = childNamed(document->GetRoot(), "b");
     ASSERT_TRUE(b);
+    // A document and a handle that never had a good query: nothing to walk.
+    const XmlDocumentPtr fresh = load(kRecords);
+    const XmlNodePtr freshHandle = tarn::CreateXmlNode("x", "");
     for (const char* xpath : failing) {
         SCOPED_TRACE(xpath);
-        // A fresh document and handle have no previous result: nothing to walk.
-        const XmlDocumentPtr fresh = load(kRecords);
-        XPathNodeIterator* freshIterator = fresh->GetIterator(xpath);
-        ASSERT_NE(freshIterator, nullptr);
-        EXPECT_EQ(walk(freshIterator), Names());
-        const XmlNodePtr freshHandle = tarn::CreateXmlNode("x", "");
+        EXPECT_EQ(walk(fresh->GetIterator(xpath)), Names());
         ASSERT_NE(freshHandle->GetIterator(xpath), nullptr);
         EXPECT_EQ(walk(freshHandle->GetIterator(xpath)), Names());
 
@@ -442,16 +351,6 @@ TEST(XPath, ExpressionsThatGiveNoNodeSetKeepThePreviousResultAndPosition)
     }
 }
 
-TEST(XPath, AnEmptyNodeSetReplacesThePreviousResult)
-{
-    const XmlDocumentPtr document = load(kRecords);
-    XPathNodeIterator* iterator = document->GetIterator("//a");
-    ASSERT_TRUE(iterator->GetFirst());
-    EXPECT_EQ(document->GetIterator("//zz"), iterator);
-    EXPECT_FALSE(iterator->GetFirst());
-    EXPECT_FALSE(iterator->GetNext());
-}
-
 TEST(XPath, WalkEndsWithTheItemOnTheLastNode)
 {
     const XmlDocumentPtr document = load(kRecords);
@@ -466,10 +365,13 @@ TEST(XPath, WalkEndsWithTheItemOnTheLastNode)
     EXPECT_FALSE(iterator->GetNext());
     EXPECT_FALSE(iterator->GetNext());
     EXPECT_EQ(label(item), "d");
-    // A result without elements leaves the item where the previous walk left it.
-    document->GetIterator("//@id");
-    EXPECT_FALSE(iterator->GetFirst());
-    EXPECT_EQ(label(item), "d");
+    // A result without elements, even an empty one, replaces the previous result; the item
+    // stays where the previous walk left it.
+    for (const char* xpath : {"//@id", "//zz"}) {
+        EXPECT_EQ(document->GetIterator(xpath), iterator);
+        EXPECT_FALSE(iterator->GetFirst());
+        EXPECT_EQ(label(item), "d");
+    }
 }
 
 TEST(XPath, MissingNodeOrTreeGivesNoIterator)
@@ -489,6 +391,10 @@ TEST(XPath, MissingNodeOrTreeGivesNoIterator)
     EXPECT_EQ(document->GetIterator("//a"), nullptr);
     ASSERT_EQ(document->Load("<r><a id=\"9\"/></r>", false), 0);
     EXPECT_EQ(walk(document->GetIterator("//a")), Names({"a9"}));
+    ASSERT_EQ(document->Load("<r><a id=\"7\"/></r>", false), 0);
+    EXPECT_EQ(walk(document->GetIterator("//a")), Names({"a7"}));
+    document->reset();
+    EXPECT_EQ(document->GetIterator("//a"), nullptr);
 }
 
 TEST(XPath, NodeWithoutDocumentIsQueriedWithoutOne)
@@ -504,13 +410,10 @@ TEST(XPath, NodeWithoutDocumentIsQueriedWithoutOne)
     };
     const Case cases[] = {
         {"a", {"a"}},
-        {"*", {"a", "b"}},
         {".", {"top"}},
         {"..", {}},
         {"/", {}},
-        {"/top", {}},
         {"//a", {}},
-        {"id('x')", {}},
         {"b/a", {}},
         {"a", {"a"}},
     };
@@ -610,41 +513,6 @@ TEST(XPath, DocumentDestroyedBeforeTheHandleHoldingItsResult)
     root.reset();
     item.reset();
     EXPECT_EQ(FreedTreeTrap::touched(), 0);
-}
-
-TEST(XPath, ReloadAndResetDropTheDocumentsIterator)
-{
-    const XmlDocumentPtr document = load(kRecords);
-    ASSERT_EQ(walk(document->GetIterator("//a")).size(), 4U);
-    ASSERT_EQ(document->Load("<r><a id=\"7\"/></r>", false), 0);
-    EXPECT_EQ(walk(document->GetIterator("//a")), Names({"a7"}));
-    ASSERT_NE(document->GetIterator("//a"), nullptr);
-    document->reset();
-    EXPECT_EQ(document->GetIterator("//a"), nullptr);
-}
-
-TEST(XPath, IteratorMadeDirectlyTakesAndFreesResults)
-{
-    const XmlDocumentPtr document = load(kRecords);
-    xmlDoc* doc = document->GetRoot()->getlibXML2Node()->doc;
-    XPathNodeIterator iterator;
-    EXPECT_FALSE(iterator.GetFirst());
-    EXPECT_FALSE(iterator.GetNext());
-
-    // A node set with non-element entries: only elements come out.
-    xmlNode* root = xmlDocGetRootElement(doc);
-    xmlNodeSet* set = xmlXPathNodeSetCreate(root->children);
-    ASSERT_NE(set, nullptr);
-    xmlXPathNodeSetAdd(set, reinterpret_cast<xmlNode*>(root->children->properties)); // id="1"
-    xmlXPathNodeSetAdd(set, root->children->next->children);                         // the text "t"
-    xmlXPathNodeSetAdd(set, root->children->next->children->next);          // a3
-    iterator.Initialize(xmlXPathWrapNodeSet(set));
-    EXPECT_EQ(walk(&iterator), Names({"a1", "a3"}));
-
-    // A result without a node set yields nothing.
-    iterator.Initialize(xmlXPathWrapNodeSet(nullptr));
-    EXPECT_FALSE(iterator.GetFirst());
-    EXPECT_FALSE(iterator.GetNext());
 }
 
 } // namespace

@@ -14,202 +14,161 @@
 #include <new>
 #include <string>
 
+#if __has_include(<valgrind/valgrind.h>)
+#include <valgrind/valgrind.h>
+#else
+#define RUNNING_ON_VALGRIND 0
+#endif
+
 namespace {
 
 std::atomic<bool> g_counting{false};
 std::atomic<long> g_allocations{0};
 
-void* countedAllocate(std::size_t size)
+void count()
 {
     if (g_counting.load(std::memory_order_relaxed))
         g_allocations.fetch_add(1, std::memory_order_relaxed);
+}
+
+void* countedAllocate(std::size_t size)
+{
+    count();
     return std::malloc(size == 0 ? 1 : size);
 }
 
-// Out of line, so that the compiler does not pair the free with the operator new at a call site.
-[[gnu::noinline]] void countedRelease(void* block) noexcept { std::free(block); }
+void countedRelease(void* block) noexcept { std::free(block); }
 
 } // namespace
 
-void* operator new(std::size_t size)
+// The replacements stay out of line: inlined into this file's code they would pair a free with an
+// allocation made elsewhere, which tools that track allocation kinds (valgrind) report.
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     if (void* block = countedAllocate(size))
         return block;
     throw std::bad_alloc();
 }
-void* operator new[](std::size_t size)
+[[gnu::noinline]] void* operator new[](std::size_t size)
 {
     if (void* block = countedAllocate(size))
         return block;
     throw std::bad_alloc();
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return countedAllocate(size); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return countedAllocate(size); }
-void operator delete(void* block) noexcept { countedRelease(block); }
-void operator delete[](void* block) noexcept { countedRelease(block); }
-void operator delete(void* block, std::size_t) noexcept { countedRelease(block); }
-void operator delete[](void* block, std::size_t) noexcept { countedRelease(block); }
-void operator delete(void* block, const std::nothrow_t&) noexcept { countedRelease(block); }
-void operator delete[](void* block, const std::nothrow_t&) noexcept { countedRelease(block); }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return countedAllocate(size); }
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return countedAllocate(size); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete[](void* block) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete(void* block, const std::nothrow_t&) noexcept { countedRelease(block); }
+[[gnu::noinline]] void operator delete[](void* block, const std::nothrow_t&) noexcept { countedRelease(block); }
 
 namespace {
 
 using tarn::XmlDocumentPtr;
 using tarn::XmlNodePtr;
 
-// libxml2's allocators, counted the same way while this guard lives.
-class CountLibxml2Allocations {
-public:
-    CountLibxml2Allocations()
-    {
-        xmlMemGet(&free_, &malloc_, &realloc_, &strdup_);
-        saved() = {free_, malloc_, realloc_, strdup_};
-        xmlMemSetup(free_, countedMalloc, countedRealloc, countedStrdup);
-    }
-    ~CountLibxml2Allocations() { xmlMemSetup(free_, malloc_, realloc_, strdup_); }
-    CountLibxml2Allocations(const CountLibxml2Allocations&) = delete;
-    CountLibxml2Allocations& operator=(const CountLibxml2Allocations&) = delete;
+// libxml2's own allocators, counted the same way.
+xmlFreeFunc g_xmlFree = nullptr;
+xmlMallocFunc g_xmlMalloc = nullptr;
+xmlReallocFunc g_xmlRealloc = nullptr;
+xmlStrdupFunc g_xmlStrdup = nullptr;
 
-private:
-    struct Saved {
-        xmlFreeFunc free;
-        xmlMallocFunc malloc;
-        xmlReallocFunc realloc;
-        xmlStrdupFunc strdup;
-    };
-    static Saved& saved()
-    {
-        static Saved functions{};
-        return functions;
-    }
-    static void count()
-    {
-        if (g_counting.load(std::memory_order_relaxed))
-            g_allocations.fetch_add(1, std::memory_order_relaxed);
-    }
-    static void* countedMalloc(size_t size)
-    {
-        count();
-        return saved().malloc(size);
-    }
-    static void* countedRealloc(void* block, size_t size)
-    {
-        count();
-        return saved().realloc(block, size);
-    }
-    static char* countedStrdup(const char* text)
-    {
-        count();
-        return saved().strdup(text);
-    }
+void* countedXmlMalloc(size_t size) { return count(), g_xmlMalloc(size); }
+void* countedXmlRealloc(void* block, size_t size) { return count(), g_xmlRealloc(block, size); }
+char* countedXmlStrdup(const char* text) { return count(), g_xmlStrdup(text); }
 
-    xmlFreeFunc free_ = nullptr;
-    xmlMallocFunc malloc_ = nullptr;
-    xmlReallocFunc realloc_ = nullptr;
-    xmlStrdupFunc strdup_ = nullptr;
+class IteratorAllocations : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        xmlMemGet(&g_xmlFree, &g_xmlMalloc, &g_xmlRealloc, &g_xmlStrdup);
+        xmlMemSetup(g_xmlFree, countedXmlMalloc, countedXmlRealloc, countedXmlStrdup);
+    }
+    void TearDown() override { xmlMemSetup(g_xmlFree, g_xmlMalloc, g_xmlRealloc, g_xmlStrdup); }
+
+    // Runs `steps` with the counters on and returns how many allocations it made.
+    static long allocationsDuring(const std::function<void()>& steps)
+    {
+        g_allocations = 0;
+        g_counting = true;
+        steps();
+        g_counting = false;
+        return g_allocations.load();
+    }
 };
 
-// Runs `steps` with the counters on and returns how many allocations it made.
-long allocationsDuring(const std::function<void()>& steps)
+TEST_F(IteratorAllocations, SteppingAllocatesNothing)
 {
-    g_allocations = 0;
-    g_counting = true;
-    steps();
-    g_counting = false;
-    return g_allocations.load();
-}
-
-std::string recordsDocument(int children)
-{
-    std::string text = "<r>\n";
-    for (int i = 0; i < children; ++i)
-        text += "  <c n=\"" + std::to_string(i) + "\"/>\n  <!-- between -->\n";
-    return text + "</r>";
-}
-
-TEST(IteratorAllocations, SteppingAllocatesNothing)
-{
-    const CountLibxml2Allocations libxml2Counting;
     const int kChildren = 10000;
     const int kAttributes = 1000;
 
-    const XmlDocumentPtr records = tarn::CreateXmlDocument(recordsDocument(kChildren));
+    std::string text = "<r>\n";
+    for (int i = 0; i < kChildren; ++i)
+        text += "  <c n=\"" + std::to_string(i) + "\"/>\n  <!-- between -->\n";
+    const XmlDocumentPtr records = tarn::CreateXmlDocument(text + "</r>");
     ASSERT_TRUE(records);
     const XmlNodePtr root = records->GetRoot();
 
-    std::string wide = "<e";
+    text = "<e";
     for (int i = 0; i < kAttributes; ++i)
-        wide += " a" + std::to_string(i) + "=\"" + std::to_string(i) + "\"";
-    wide += "/>";
-    const XmlDocumentPtr attributes = tarn::CreateXmlDocument(wide);
-    ASSERT_TRUE(attributes);
-    const XmlNodePtr element = attributes->GetRoot();
+        text += " a" + std::to_string(i) + "=\"" + std::to_string(i) + "\"";
+    const XmlDocumentPtr wide = tarn::CreateXmlDocument(text + "/>");
+    ASSERT_TRUE(wide);
+    const XmlNodePtr element = wide->GetRoot();
 
     {
         SCOPED_TRACE("child iterator, asked for again at every step");
         XmlNodePtr node = root->GetIterator()->GetFirst();
         int steps = 0;
-        const long allocations = allocationsDuring([&] {
-            for (; node; node = root->GetIterator()->GetNext())
+        EXPECT_EQ(allocationsDuring([&] {
+            for (; node; node = records->GetIterator()->GetNext())
                 ++steps;
-        });
+        }), 0);
         EXPECT_EQ(steps, kChildren);
-        EXPECT_EQ(allocations, 0);
     }
     {
-        SCOPED_TRACE("document child iterator, rewound");
-        tarn::XmlNodeIterator* iterator = records->GetIterator();
-        ASSERT_NE(iterator, nullptr);
-        XmlNodePtr node = iterator->GetFirst();
-        int steps = 0;
-        const long allocations = allocationsDuring([&] {
-            for (node = records->GetIterator()->GetFirst(); node; node = iterator->GetNext())
-                ++steps;
-        });
-        EXPECT_EQ(steps, kChildren);
-        EXPECT_EQ(allocations, 0);
-    }
-    {
-        SCOPED_TRACE("attribute iterator");
+        SCOPED_TRACE("attribute iterator, asked for again at every step");
         tarn::XmlAttributePtr attribute = element->GetAttributeIterator()->GetFirst();
         int steps = 0;
-        const long allocations = allocationsDuring([&] {
+        EXPECT_EQ(allocationsDuring([&] {
             for (; attribute; attribute = element->GetAttributeIterator()->GetNext())
                 ++steps;
-        });
+        }), 0);
         EXPECT_EQ(steps, kAttributes);
-        EXPECT_EQ(allocations, 0);
     }
+    // The second expression also lists text and comment nodes, which are skipped.
     for (const char* xpath : {"//c", "/r/node()"}) {
         SCOPED_TRACE(xpath);
-        for (int owner = 0; owner < 2; ++owner) {
-            tarn::XPathNodeIterator* iterator = owner == 0 ? records->GetIterator(xpath) : root->GetIterator(xpath);
+        for (tarn::XPathNodeIterator* iterator : {records->GetIterator(xpath), root->GetIterator(xpath)}) {
             ASSERT_NE(iterator, nullptr);
             XmlNodePtr node = iterator->GetFirst();
             int steps = 0;
-            const long allocations = allocationsDuring([&] {
+            EXPECT_EQ(allocationsDuring([&] {
                 for (; node; node = iterator->GetNext())
                     ++steps;
-                // Rewinding and walking again allocates nothing either.
                 for (node = iterator->GetFirst(); node; node = iterator->GetNext())
                     ++steps;
-            });
+            }), 0);
             EXPECT_EQ(steps, 2 * kChildren);
-            EXPECT_EQ(allocations, 0);
         }
     }
 }
 
-TEST(IteratorAllocations, CountersSeeAllocations)
+TEST_F(IteratorAllocations, CountersSeeAllocations)
 {
-    // The counters themselves work: a first request and a query do allocate.
-    const CountLibxml2Allocations libxml2Counting;
     const XmlDocumentPtr document = tarn::CreateXmlDocument("<r><c/></r>");
     ASSERT_TRUE(document);
     const XmlNodePtr handle = tarn::CreateXmlNode();
     handle->Initialize(document->GetRoot()->getlibXML2Node());
-    EXPECT_GT(allocationsDuring([&] { handle->GetIterator(); }), 0);
+    // A query allocates through libxml2; a first request through operator new, which valgrind
+    // replaces with its own (the operator new count then stays at zero).
+    ASSERT_NE(document->GetIterator("//c"), nullptr);
     EXPECT_GT(allocationsDuring([&] { document->GetIterator("//c"); }), 0);
+    if (RUNNING_ON_VALGRIND)
+        GTEST_SKIP() << "operator new is valgrind's";
+    EXPECT_GT(allocationsDuring([&] { handle->GetIterator(); }), 0);
 }
 
 } // namespace
