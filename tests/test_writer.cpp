@@ -272,6 +272,7 @@ TEST(WriterValues, StoredThroughTheGate)
         {"invalid byte repaired", "a\xFF" "b", "a\xEF\xBF\xBD" "b", ""},
         {"surrogate repaired", "\xED\xA0\x80", "\xEF\xBF\xBD", ""},
         {"overlong repaired", "\xC0\x80x", "\xEF\xBF\xBDx", ""},
+        {"sequence cut off at the end dropped", "a\xC3", "a", ""},
         {"control characters become ?", "a\x01" "b\x7F" "c", "a?b?c", ""},
         {"tab kept (pugixml escapes it in attributes)", "a\tb", "a\tb", "a&#09;b"},
     };
