@@ -15,6 +15,9 @@
 //   XML_PARSE_NOERROR | XML_PARSE_NONET | XML_PARSE_NODICT (plus XML_PARSE_RECOVER when asked):
 //   no entity substitution, no DTD loading, no network, no error printing. libxml2 still
 //   records the last error (xmlGetLastError) for callers that want line and column.
+//   Untrusted input: entities are never substituted and nothing is fetched, but libxml2 checks
+//   an element's attribute names for duplicates pairwise, so n attributes on one element cost
+//   O(n^2) time (100 000 attributes take seconds); bound the size of what you parse.
 //
 // Threads
 //   One thread at a time per document and its handles; different documents are independent.
