@@ -14,7 +14,22 @@ namespace XmlHelper {
 
 namespace {
 const char kEmptyText[] = "";
+
+// Whether the input ends inside a character: a lead byte (by utfcpp's reading of its bit pattern)
+// followed only by continuation bytes, fewer than its length asks for. utf8::replace_invalid always
+// reaches such a lead byte as the start of a sequence, since no sequence before it can take it in.
+bool endsInsideCharacter(const unsigned char* data, std::size_t size)
+{
+    for (std::size_t back = 1; back <= 3 && back <= size; ++back) {
+        const unsigned char b = data[size - back];
+        if ((b & 0xC0) == 0x80)
+            continue; // a continuation byte: look further back
+        const std::size_t length = (b & 0xE0) == 0xC0 ? 2 : (b & 0xF0) == 0xE0 ? 3 : (b & 0xF8) == 0xF0 ? 4 : 0;
+        return length > back;
+    }
+    return false;
 }
+} // namespace
 
 bool isValidUTF8(const char* data, unsigned int size)
 {
@@ -45,6 +60,13 @@ TextView sanitize(const char* data, unsigned int size, std::string& scratch)
         scratch.clear();
         try {
             utf8::replace_invalid(data, data + size, std::back_inserter(scratch), 0xFFFDu);
+            // A sequence cut off at the end is dropped without a marker. Older utfcpp releases
+            // raise utf8::not_enough_room there (handled below); newer ones append one U+FFFD
+            // and stop, which is taken back here.
+            static const char kMarker[] = "\xEF\xBF\xBD";
+            if (endsInsideCharacter(reinterpret_cast<const unsigned char*>(data), size) &&
+                scratch.size() >= 3 && scratch.compare(scratch.size() - 3, 3, kMarker) == 0)
+                scratch.resize(scratch.size() - 3);
         } catch (...) {
             // A sequence cut off at the end (utf8::not_enough_room), or no memory: keep what was
             // appended so far.

@@ -1,0 +1,224 @@
+// Walking a document with tarn::XmlReader, reading name() and value() at every node, against raw
+// libxml2 text reader loops over the same text in the same run:
+//   raw_copy  - xmlTextReaderName / xmlTextReaderValue, copied into std::string, then xmlFree
+//               (what the library does, minus its wrapper)
+//   raw_const - xmlTextReaderConstName / xmlTextReaderConstValue, nothing copied
+// reader/ratio runs the three loops back to back and reports raw time / library time as counters
+// (vs_raw_copy, vs_raw_const; 1.0 = as fast as raw).
+#include <benchmark/benchmark.h>
+
+#include <libxml/xmlmemory.h>
+#include <libxml/xmlreader.h>
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "tarnxml/XmlReader.h"
+
+namespace {
+
+const char* const kMimePath = "/usr/share/mime/packages/freedesktop.org.xml";
+
+std::string loadMime()
+{
+    std::ifstream in(kMimePath, std::ios::binary);
+    if (!in)
+        return std::string();
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+// About 8 MB of mixed content: attributes, short and long text, entities, comments, empty elements.
+std::string generated()
+{
+    std::string doc = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<catalog xmlns:c=\"urn:catalog\">\n";
+    for (int i = 0; i < 40000; ++i) {
+        const std::string n = std::to_string(i);
+        doc += "  <c:item id=\"" + n + "\" kind=\"k" + std::to_string(i % 7) + "\">\n";
+        doc += "    <name>Item number " + n + "</name>\n";
+        doc += "    <desc xml:lang=\"en\">A somewhat longer description of item " + n +
+               " with an entity &amp; some more words so that it exceeds small buffers.</desc>\n";
+        doc += "    <price currency=\"EUR\">" + std::to_string(i % 1000) + ".99</price>\n";
+        if (i % 10 == 0)
+            doc += "    <!-- every tenth item carries a comment -->\n";
+        doc += "    <flag/>\n  </c:item>\n";
+    }
+    doc += "</catalog>\n";
+    return doc;
+}
+
+const std::string& input(int which)
+{
+    static const std::string mime = loadMime();
+    static const std::string gen = generated();
+    return which == 0 ? mime : gen;
+}
+
+const char* inputName(int which) { return which == 0 ? "mime" : "generated"; }
+
+bool skipIfMissing(benchmark::State& state, const std::string& doc)
+{
+    if (doc.empty()) {
+        state.SkipWithError("input not present");
+        return true;
+    }
+    return false;
+}
+
+void setCounters(benchmark::State& state, const std::string& doc, std::size_t nodes)
+{
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(doc.size()));
+    state.counters["nodes"] = static_cast<double>(nodes);
+}
+
+// The three walks. Each returns the number of nodes and adds the bytes it read to `bytes`.
+std::size_t walkLibrary(tarn::XmlReader& reader, std::size_t& bytes)
+{
+    reader.reset();  // a fresh libxml2 reader over the held text, as the raw loops make
+    std::size_t nodes = 0;
+    while (reader.read()) {
+        const std::string name = reader.name();
+        const std::string value = reader.value();
+        bytes += name.size() + value.size();
+        ++nodes;
+    }
+    return nodes;
+}
+
+std::string ownedCopy(xmlChar* text)
+{
+    std::string copy = text != nullptr ? std::string(reinterpret_cast<const char*>(text)) : std::string();
+    xmlFree(text);
+    return copy;
+}
+
+std::size_t walkRawCopy(const std::string& doc, std::size_t& bytes)
+{
+    xmlTextReaderPtr reader = xmlReaderForDoc(reinterpret_cast<const xmlChar*>(doc.c_str()), "", nullptr, 0);
+    std::size_t nodes = 0;
+    while (xmlTextReaderRead(reader) == 1) {
+        const std::string name = ownedCopy(xmlTextReaderName(reader));
+        const std::string value = ownedCopy(xmlTextReaderValue(reader));
+        bytes += name.size() + value.size();
+        ++nodes;
+    }
+    xmlFreeTextReader(reader);
+    return nodes;
+}
+
+std::size_t walkRawConst(const std::string& doc, std::size_t& bytes)
+{
+    xmlTextReaderPtr reader = xmlReaderForDoc(reinterpret_cast<const xmlChar*>(doc.c_str()), "", nullptr, 0);
+    std::size_t nodes = 0;
+    while (xmlTextReaderRead(reader) == 1) {
+        const xmlChar* name = xmlTextReaderConstName(reader);
+        const xmlChar* value = xmlTextReaderConstValue(reader);
+        bytes += (name != nullptr ? std::strlen(reinterpret_cast<const char*>(name)) : 0) +
+                 (value != nullptr ? std::strlen(reinterpret_cast<const char*>(value)) : 0);
+        ++nodes;
+    }
+    xmlFreeTextReader(reader);
+    return nodes;
+}
+
+void BM_Library(benchmark::State& state)
+{
+    const std::string& doc = input(static_cast<int>(state.range(0)));
+    if (skipIfMissing(state, doc))
+        return;
+    state.SetLabel(inputName(static_cast<int>(state.range(0))));
+    tarn::XmlReader reader(doc);
+    std::size_t bytes = 0;
+    std::size_t nodes = walkLibrary(reader, bytes);  // warm-up: heap and caches
+    for (auto _ : state)
+        nodes = walkLibrary(reader, bytes);
+    benchmark::DoNotOptimize(bytes);
+    setCounters(state, doc, nodes);
+}
+
+void BM_RawCopy(benchmark::State& state)
+{
+    const std::string& doc = input(static_cast<int>(state.range(0)));
+    if (skipIfMissing(state, doc))
+        return;
+    state.SetLabel(inputName(static_cast<int>(state.range(0))));
+    std::size_t bytes = 0;
+    std::size_t nodes = walkRawCopy(doc, bytes);  // warm-up: heap and caches
+    for (auto _ : state)
+        nodes = walkRawCopy(doc, bytes);
+    benchmark::DoNotOptimize(bytes);
+    setCounters(state, doc, nodes);
+}
+
+void BM_RawConst(benchmark::State& state)
+{
+    const std::string& doc = input(static_cast<int>(state.range(0)));
+    if (skipIfMissing(state, doc))
+        return;
+    state.SetLabel(inputName(static_cast<int>(state.range(0))));
+    std::size_t bytes = 0;
+    std::size_t nodes = walkRawConst(doc, bytes);  // warm-up: heap and caches
+    for (auto _ : state)
+        nodes = walkRawConst(doc, bytes);
+    benchmark::DoNotOptimize(bytes);
+    setCounters(state, doc, nodes);
+}
+
+double threadCpuSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// The ratios. On a busy machine the separate benchmarks above run minutes apart under different
+// load, so here every iteration walks the document with all three loops back to back, each timed
+// by this thread's CPU clock, and the ratios compare the fastest walk of each loop.
+//   vs_raw_copy  = raw_copy time / library time  (1.0 = as fast as the same copies done raw)
+//   vs_raw_const = raw_const time / library time (what the owned strings cost)
+void BM_Ratio(benchmark::State& state)
+{
+    const std::string& doc = input(static_cast<int>(state.range(0)));
+    if (skipIfMissing(state, doc))
+        return;
+    state.SetLabel(inputName(static_cast<int>(state.range(0))));
+    tarn::XmlReader reader(doc);
+    double bestLibrary = 1e30;
+    double bestCopy = 1e30;
+    double bestConst = 1e30;
+    std::size_t bytes = 0;
+    for (auto _ : state) {
+        double start = threadCpuSeconds();
+        walkLibrary(reader, bytes);
+        double end = threadCpuSeconds();
+        bestLibrary = std::min(bestLibrary, end - start);
+        start = end;
+        walkRawCopy(doc, bytes);
+        end = threadCpuSeconds();
+        bestCopy = std::min(bestCopy, end - start);
+        start = end;
+        walkRawConst(doc, bytes);
+        end = threadCpuSeconds();
+        bestConst = std::min(bestConst, end - start);
+    }
+    benchmark::DoNotOptimize(bytes);
+    state.counters["library_ms"] = bestLibrary * 1e3;
+    state.counters["raw_copy_ms"] = bestCopy * 1e3;
+    state.counters["raw_const_ms"] = bestConst * 1e3;
+    state.counters["vs_raw_copy"] = bestCopy / bestLibrary;
+    state.counters["vs_raw_const"] = bestConst / bestLibrary;
+}
+
+} // namespace
+
+BENCHMARK(BM_Library)->Name("reader/library")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RawCopy)->Name("reader/raw_copy")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RawConst)->Name("reader/raw_const")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Ratio)->Name("reader/ratio")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MinTime(3.0);
+
+BENCHMARK_MAIN();

@@ -1,0 +1,297 @@
+// Input, atomic output, libxml2 error capture and document loading for the tarnxml tool.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <istream>
+#include <ostream>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <libxml/parser.h>
+#include <libxml/xmlerror.h>
+
+#include "Tool.h"
+#include "tarnxml/XmlHelper.h"
+#include "tarnxml/XmlIterators.h"
+
+namespace tool {
+
+namespace {
+
+std::string systemMessage(const std::string& name, int error) {
+    return name + ": " + std::strerror(error);
+}
+
+// Reads everything from `fd` into `text`. A regular file is read into a buffer of its size
+// (growing if the file grows meanwhile); pipes and terminals in blocks.
+void readDescriptor(int fd, const std::string& name, std::string& text) {
+    struct stat info {};
+    if (::fstat(fd, &info) != 0) {
+        throw ToolError(kExitUsage, systemMessage(name, errno));
+    }
+    if (S_ISDIR(info.st_mode)) {
+        throw ToolError(kExitUsage, name + ": is a directory");
+    }
+    std::size_t used = 0;
+    std::size_t block = 1 << 20;
+    if (S_ISREG(info.st_mode) && info.st_size > 0) {
+        text.resize(static_cast<std::size_t>(info.st_size));
+    }
+    for (;;) {
+        if (used == text.size()) {
+            // Full (a regular file is read into a buffer of its size): look for more in a small
+            // buffer first, so that reaching the end never reallocates the whole text.
+            char probe[4096];
+            ssize_t got = ::read(fd, probe, sizeof probe);
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got < 0) {
+                int error = errno;
+                text.clear();
+                throw ToolError(kExitUsage, systemMessage(name, error));
+            }
+            if (got == 0) {
+                break;
+            }
+            text.resize(used + static_cast<std::size_t>(got) + block);
+            std::memcpy(&text[used], probe, static_cast<std::size_t>(got));
+            used += static_cast<std::size_t>(got);
+            continue;
+        }
+        ssize_t got = ::read(fd, &text[used], text.size() - used);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            int error = errno;
+            text.clear();
+            throw ToolError(kExitUsage, systemMessage(name, error));
+        }
+        if (got == 0) {
+            break;
+        }
+        used += static_cast<std::size_t>(got);
+    }
+    text.resize(used);
+}
+
+thread_local ErrorCapture* currentCapture = nullptr;
+
+void quietGeneric(void*, const char*, ...) {}
+void quietStructured(void*, xmlErrorPtr) {}
+
+void captureStructured(void*, xmlErrorPtr error) {
+    if (currentCapture != nullptr && error != nullptr && error->level != XML_ERR_WARNING) {
+        currentCapture->record(error->line, error->int2, error->message);
+    }
+}
+
+// libxml2's message on one line, without its final line feed.
+std::string trimmed(const char* message) {
+    std::string text = message != nullptr ? message : "";
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+        text.pop_back();
+    }
+    for (char& c : text) {
+        if (c == '\n' || c == '\r') {
+            c = ' ';
+        }
+    }
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+        text.pop_back();
+    }
+    return text;
+}
+
+} // namespace
+
+std::string readInput(const std::string& path, Streams& io) {
+    std::string text;
+    if (path == "-") {
+        if (io.stdinIsFd0) {
+            readDescriptor(STDIN_FILENO, "-", text);
+        } else {
+            text.assign(std::istreambuf_iterator<char>(io.in), std::istreambuf_iterator<char>());
+        }
+        return text;
+    }
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        throw ToolError(kExitUsage, systemMessage(path, errno));
+    }
+    try {
+        readDescriptor(fd, path, text);
+    } catch (...) {
+        ::close(fd);
+        throw;
+    }
+    ::close(fd);
+    return text;
+}
+
+void replaceFile(const std::string& path, const std::string& content) {
+    struct stat original {};
+    if (::stat(path.c_str(), &original) != 0) {
+        throw ToolError(kExitUsage, systemMessage(path, errno));
+    }
+    std::string::size_type slash = path.rfind('/');
+    std::string directory = slash == std::string::npos ? std::string(".") : path.substr(0, slash + 1);
+    std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+    std::string temporary = (slash == std::string::npos ? std::string() : directory) + "." + base + ".tarnxml-XXXXXX";
+    int fd = ::mkstemp(&temporary[0]);
+    if (fd < 0) {
+        throw ToolError(kExitUsage, "cannot write a temporary file beside " + path + ": " + std::strerror(errno) +
+                                        " (file left unchanged)");
+    }
+    auto fail = [&](const std::string& what, int error) {
+        ::close(fd);
+        ::unlink(temporary.c_str());
+        throw ToolError(kExitUsage, what + ": " + std::strerror(error) + " (" + path + " left unchanged)");
+    };
+    if (::fchmod(fd, original.st_mode & 07777) != 0) {
+        fail("cannot set the permissions of " + temporary, errno);
+    }
+    std::size_t written = 0;
+    while (written < content.size()) {
+        ssize_t put = ::write(fd, content.data() + written, content.size() - written);
+        if (put < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            fail("cannot write " + temporary, errno);
+        }
+        written += static_cast<std::size_t>(put);
+    }
+    if (::fsync(fd) != 0) {
+        fail("cannot write " + temporary, errno);
+    }
+    if (::close(fd) != 0) {
+        int error = errno;
+        ::unlink(temporary.c_str());
+        throw ToolError(kExitUsage, "cannot write " + temporary + ": " + std::strerror(error) + " (" + path +
+                                        " left unchanged)");
+    }
+    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+        int error = errno;
+        ::unlink(temporary.c_str());
+        throw ToolError(kExitUsage, "cannot replace " + path + ": " + std::strerror(error) + " (file left unchanged)");
+    }
+}
+
+void quietLibxml2() {
+    xmlSetGenericErrorFunc(nullptr, quietGeneric);
+    xmlSetStructuredErrorFunc(nullptr, quietStructured);
+}
+
+ErrorCapture::ErrorCapture() {
+    currentCapture = this;
+    xmlResetLastError();
+    xmlSetStructuredErrorFunc(nullptr, captureStructured);
+}
+
+ErrorCapture::~ErrorCapture() {
+    currentCapture = nullptr;
+    xmlSetStructuredErrorFunc(nullptr, quietStructured);
+}
+
+void ErrorCapture::record(int line, int column, const char* message) {
+    if (!first_.set) {
+        first_.set = true;
+        first_.line = line;
+        first_.column = column;
+        first_.message = trimmed(message);
+    }
+}
+
+ParseError ErrorCapture::first() const {
+    return first_.set ? first_ : last();
+}
+
+ParseError ErrorCapture::last() const {
+    ParseError result;
+    xmlErrorPtr error = xmlGetLastError();
+    if (error != nullptr && error->code != XML_ERR_OK) {
+        result.set = true;
+        result.line = error->line;
+        result.column = error->int2;
+        result.message = trimmed(error->message);
+    }
+    return result;
+}
+
+int ErrorCapture::lastDomain() const {
+    xmlErrorPtr error = xmlGetLastError();
+    return error != nullptr && error->code != XML_ERR_OK ? error->domain : 0;
+}
+
+bool loadDocument(const std::string& name, const std::string& text, bool recover, Streams& io, Loaded& out) {
+    out = Loaded();
+    if (text.empty()) {
+        io.err << name << ":1:1: Document is empty\n";
+        return false;
+    }
+    out.repaired = !XmlHelper::isValidUTF8(text);
+    ErrorCapture capture;
+    out.document = tarn::CreateXmlDocument();
+    if (out.document->Load(text, recover) != 0) {
+        ParseError error = capture.first();
+        if (error.set) {
+            io.err << name << ':' << error.line << ':' << error.column << ": " << error.message << '\n';
+        } else {
+            io.err << name << ": not well-formed\n";
+        }
+        out.document.reset();
+        return false;
+    }
+    out.root = out.document->GetRoot();
+    if (!out.root) {
+        io.err << name << ": no root element\n";
+        out.document.reset();
+        return false;
+    }
+    if (recover) {
+        out.problem = capture.first();
+        out.recovered = out.problem.set;
+    }
+    return true;
+}
+
+void appendEscaped(std::string& line, const std::string& text) {
+    static const char hex[] = "0123456789abcdef";
+    for (char c : text) {
+        auto byte = static_cast<unsigned char>(c);
+        switch (c) {
+        case '\n': line += "\\n"; break;
+        case '\r': line += "\\r"; break;
+        case '\t': line += "\\t"; break;
+        case '\\': line += "\\\\"; break;
+        case '"': line += "\\\""; break;
+        default:
+            if (byte < 0x20 || byte == 0x7f) {
+                line += "\\x";
+                line += hex[byte >> 4];
+                line += hex[byte & 0xf];
+            } else {
+                line += c;
+            }
+        }
+    }
+}
+
+std::vector<tarn::XmlNodePtr> collectElements(tarn::XPathNodeIterator* iterator) {
+    std::vector<tarn::XmlNodePtr> nodes;
+    if (iterator == nullptr) {
+        return nodes;
+    }
+    for (tarn::XmlNodePtr item = iterator->GetFirst(); item; item = iterator->GetNext()) {
+        tarn::XmlNodePtr handle = tarn::CreateXmlNode();
+        handle->Initialize(item->getlibXML2Node());
+        nodes.push_back(handle);
+    }
+    return nodes;
+}
+
+} // namespace tool

@@ -1,0 +1,222 @@
+// tarn::XmlWriter, core: declaration, elements, attributes, text, settings and printing.
+//
+// Every call adds to the pugixml document; openNodes is the stack of open nodes and its back is
+// where attributes and text go. Nodes that pugixml refuses come back as empty handles, and
+// writes through an empty handle do nothing, which is what keeps misuse silent.
+#include "tarnxml/XmlWriter.h"
+
+#include <cstring>
+
+#include "tarnxml/XmlHelper.h"
+
+namespace tarn {
+
+namespace {
+
+const char* booleanWord(bool value, bool numeric)
+{
+    if (numeric)
+        return value ? "1" : "0";
+    return value ? "True" : "False";
+}
+
+} // namespace
+
+XmlWriter::XmlWriter() : formatted(false)
+{
+    reset();
+}
+
+XmlWriter::~XmlWriter()
+{
+    reset();
+}
+
+pugi::xml_node XmlWriter::target() const
+{
+    if (openNodes.empty())
+        return document;
+    return openNodes.back();
+}
+
+void XmlWriter::startDocument(const char* version, const char* encoding, const char* standalone)
+{
+    pugi::xml_node declaration = document.prepend_child(pugi::node_declaration);
+    declaration.append_attribute("version") = version ? version : "1.0";
+    declaration.append_attribute("encoding") = encoding ? encoding : "UTF-8";
+    if (standalone && std::strcmp(standalone, "no") != 0)
+        declaration.append_attribute("standalone") = standalone;
+}
+
+void XmlWriter::startDocument(const std::string& version)
+{
+    pugi::xml_node declaration = document.prepend_child(pugi::node_declaration);
+    declaration.append_attribute("version") = version.c_str();
+}
+
+void XmlWriter::startDocument(const std::string& version, const std::string& encoding)
+{
+    pugi::xml_node declaration = document.prepend_child(pugi::node_declaration);
+    declaration.append_attribute("version") = version.c_str();
+    declaration.append_attribute("encoding") = encoding.c_str();
+}
+
+void XmlWriter::startDocument(const std::string& version, const std::string& encoding, const std::string& standalone)
+{
+    pugi::xml_node declaration = document.prepend_child(pugi::node_declaration);
+    declaration.append_attribute("version") = version.c_str();
+    declaration.append_attribute("encoding") = encoding.c_str();
+    declaration.append_attribute("standalone") = standalone.c_str();
+}
+
+void XmlWriter::endDocument()
+{
+    openNodes.clear();
+}
+
+void XmlWriter::startElement(const char* name)
+{
+    if (!name)
+        return;
+    // Pushed even when empty (the target cannot take children): it then swallows what follows.
+    openNodes.push_back(target().append_child(name));
+}
+
+void XmlWriter::startElement(const std::string& name)
+{
+    startElement(name.c_str());
+}
+
+void XmlWriter::endElement()
+{
+    if (!openNodes.empty() && openNodes.back().type() == pugi::node_element)
+        openNodes.pop_back();
+}
+
+void XmlWriter::writeElement(const char* name, const char* value)
+{
+    if (!name)
+        return;
+    pugi::xml_node element = target().append_child(name);
+    if (!value)
+        return;
+    std::string scratch;
+    const XmlHelper::TextView clean = XmlHelper::sanitize(value, scratch);
+    element.text().set(clean.data, clean.size);
+}
+
+void XmlWriter::writeElement(const char* name, const std::string& value)
+{
+    writeElement(name, value.c_str());
+}
+
+void XmlWriter::writeElement(const std::string& name, const char* value)
+{
+    writeElement(name.c_str(), value);
+}
+
+void XmlWriter::writeElement(const std::string& name, const std::string& value)
+{
+    writeElement(name.c_str(), value.c_str());
+}
+
+void XmlWriter::writeElement(const char* name, bool value, bool numeric)
+{
+    writeElement(name, booleanWord(value, numeric));
+}
+
+void XmlWriter::writeElement(const std::string& name, bool value, bool numeric)
+{
+    writeElement(name.c_str(), booleanWord(value, numeric));
+}
+
+void XmlWriter::writeAttribute(const char* name, const char* value)
+{
+    if (!name || openNodes.empty())
+        return;
+    // Appended without looking for an existing attribute of that name; pugixml refuses it (empty
+    // handle) when the current node is not an element.
+    pugi::xml_attribute attribute = openNodes.back().append_attribute(name);
+    if (!value)
+        return;
+    std::string scratch;
+    const XmlHelper::TextView clean = XmlHelper::sanitize(value, scratch);
+    attribute.set_value(clean.data, clean.size);
+}
+
+void XmlWriter::writeAttribute(const char* name, const std::string& value)
+{
+    writeAttribute(name, value.c_str());
+}
+
+void XmlWriter::writeAttribute(const std::string& name, const char* value)
+{
+    writeAttribute(name.c_str(), value);
+}
+
+void XmlWriter::writeAttribute(const std::string& name, const std::string& value)
+{
+    writeAttribute(name.c_str(), value.c_str());
+}
+
+void XmlWriter::writeAttribute(const char* name, bool value, bool numeric)
+{
+    writeAttribute(name, booleanWord(value, numeric));
+}
+
+void XmlWriter::writeAttribute(const std::string& name, bool value, bool numeric)
+{
+    writeAttribute(name.c_str(), booleanWord(value, numeric));
+}
+
+void XmlWriter::writeText(const char* text)
+{
+    if (!text || openNodes.empty())
+        return;
+    std::string scratch;
+    const XmlHelper::TextView clean = XmlHelper::sanitize(text, scratch);
+    // An element's first PCDATA/CDATA child (made when missing), a CDATA section's own value;
+    // comments and empty handles take nothing.
+    openNodes.back().text().set(clean.data, clean.size);
+}
+
+void XmlWriter::writeText(const std::string& text)
+{
+    writeText(text.c_str());
+}
+
+void XmlWriter::writeText(bool value, bool numeric)
+{
+    writeText(booleanWord(value, numeric));
+}
+
+void XmlWriter::setFormatted(bool value)
+{
+    formatted = value;
+}
+
+void XmlWriter::setIndentString(const char* indent)
+{
+    if (indent)
+        indentString = indent;
+}
+
+void XmlWriter::setIndentString(const std::string& indent)
+{
+    indentString = indent;
+}
+
+void XmlWriter::reset()
+{
+    openNodes.clear();
+    document.reset();
+}
+
+std::string XmlWriter::str() const
+{
+    if (formatted)
+        return XmlHelper::outerXml(document, true, indentString.empty() ? nullptr : indentString.c_str());
+    return XmlHelper::outerXml(document, false, nullptr);
+}
+
+} // namespace tarn
