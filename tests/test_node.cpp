@@ -61,25 +61,8 @@ enum class State { Empty, Referring, Owning, OwningElsewhere };
 enum class Path { Drop, Remove, InitializeWithName, AddChildToDocument, AddSiblingToDocument };
 enum class Order { HandleFirst, DocumentFirst };
 
-const char* name(State s)
-{
-    switch (s) {
-    case State::Empty: return "Empty";
-    case State::Referring: return "Referring";
-    case State::Owning: return "Owning";
-    default: return "OwningElsewhere";
-    }
-}
-const char* name(Path p)
-{
-    switch (p) {
-    case Path::Drop: return "Drop";
-    case Path::Remove: return "Remove";
-    case Path::InitializeWithName: return "InitializeWithName";
-    case Path::AddChildToDocument: return "AddChild";
-    default: return "AddSibling";
-    }
-}
+const char* const kStateNames[] = {"Empty", "Referring", "Owning", "OwningElsewhere"};
+const char* const kPathNames[] = {"Drop", "Remove", "InitializeWithName", "AddChild", "AddSibling"};
 
 // Every state of the handle, every way of ending it, both drop orders: no leak (counted blocks
 // back to zero), no double free (ASan), and the document shows exactly what moved or went.
@@ -90,7 +73,7 @@ TEST(Ownership, EveryStateEveryPathEveryDropOrder)
         for (Path path : {Path::Drop, Path::Remove, Path::InitializeWithName, Path::AddChildToDocument,
                           Path::AddSiblingToDocument})
             for (Order order : {Order::HandleFirst, Order::DocumentFirst}) {
-                SCOPED_TRACE(std::string(name(state)) + " / " + name(path) +
+                SCOPED_TRACE(std::string(kStateNames[static_cast<int>(state)]) + " / " + kPathNames[static_cast<int>(path)] +
                              (order == Order::HandleFirst ? " / handle dropped first" : " / document dropped first"));
                 tarntest::LibxmlAllocations allocations;
                 {
@@ -112,12 +95,18 @@ TEST(Ownership, EveryStateEveryPathEveryDropOrder)
                     switch (path) {
                     case Path::Drop:
                         break;
-                    case Path::Remove:
+                    case Path::Remove: {
+                        const long before = allocations.outstanding();
                         handle->Remove();
+                        if (state == State::Owning) {
+                            EXPECT_LT(allocations.outstanding(), before); // freed now, not at the drop
+                        }
                         if (state == State::Referring || state == State::OwningElsewhere)
                             expected = "<r/>";
                         EXPECT_EQ(handle->OuterXml(), "");
+                        handle->Remove(); // again: nothing left to do
                         break;
+                    }
                     case Path::InitializeWithName:
                         EXPECT_TRUE(handle->Initialize("n", "1"));
                         EXPECT_EQ(handle->OuterXml(), "<n>1</n>");
@@ -160,48 +149,6 @@ TEST(Ownership, EveryStateEveryPathEveryDropOrder)
             }
 }
 
-TEST(Ownership, DroppingAnOwningHandleFreesTheWholeSubtree)
-{
-    warmUp();
-    tarntest::LibxmlAllocations allocations;
-    {
-        XmlNodePtr node = tarn::CreateXmlNode("a", "b");
-        node->AddChild("c", 1);
-        node->AddChildWithEscData("d", "&lt;&#65;");
-        EXPECT_GT(allocations.outstanding(), 0);
-    }
-    EXPECT_EQ(allocations.outstanding(), 0);
-}
-
-TEST(Ownership, RemoveOnAnOwningHandleFreesOnceAndTheHandleIsEmptyAfter)
-{
-    warmUp();
-    tarntest::LibxmlAllocations allocations;
-    XmlNodePtr node = tarn::CreateXmlNode("a", "b");
-    node->Remove();
-    EXPECT_EQ(allocations.outstanding(), 0); // freed by Remove, not later
-    EXPECT_EQ(node->getlibXML2Node(), nullptr);
-    node->Remove(); // empty handle: nothing happens
-    node.reset();
-    EXPECT_EQ(allocations.outstanding(), 0);
-}
-
-TEST(Ownership, AttachedNodeLivesWithTheDocumentNotTheHandle)
-{
-    warmUp();
-    tarntest::LibxmlAllocations allocations;
-    XmlDocumentPtr doc = load("<r/>");
-    const long withDocument = allocations.outstanding();
-    XmlNodePtr node = tarn::CreateXmlNode("a", "b");
-    ASSERT_EQ(doc->GetRoot()->AddChild(node), 0);
-    EXPECT_EQ(node->GetName(), "a");
-    node.reset();
-    EXPECT_GT(allocations.outstanding(), withDocument);
-    EXPECT_EQ(doc->GetRoot()->OuterXml(), "<r><a>b</a></r>");
-    doc.reset();
-    EXPECT_EQ(allocations.outstanding(), 0);
-}
-
 TEST(Ownership, SetCreatedNodeFreesThePreviousAndOnNodeMovedForgetsWithoutFreeing)
 {
     warmUp();
@@ -216,13 +163,6 @@ TEST(Ownership, SetCreatedNodeFreesThePreviousAndOnNodeMovedForgetsWithoutFreein
     EXPECT_EQ(allocations.outstanding(), 2); // <c/> (node and name) was forgotten, not freed
     xmlFreeNode(other);
     EXPECT_EQ(allocations.outstanding(), 0);
-}
-
-TEST(Ownership, DefaultHandleHasNoNode)
-{
-    XmlNodePtr node = tarn::CreateXmlNode();
-    EXPECT_EQ(node->getlibXML2Node(), nullptr);
-    EXPECT_NE(tarn::g_tempDoc, nullptr);
 }
 
 // --- Name and text ---------------------------------------------------------------------------------
@@ -290,65 +230,24 @@ TEST(NameAndText, SetDataReplacesOnlyTheFirstTextChild)
     EXPECT_FALSE(empty->GetDataBool());
 }
 
-TEST(NameAndText, TypedSettersWriteThePlainTextOfTheirValue)
+TEST(NameAndText, TypedValuesGoThroughTheFirstTextChild)
 {
-    struct Case {
-        const char* label;
-        std::function<int(tarn::XmlNode&)> set;
-        const char* text;
-    };
-    const std::vector<Case> cases = {
-        {"Number", [](tarn::XmlNode& n) { return n.SetDataNumber(-2147483647 - 1); }, "-2147483648"},
-        {"Int32", [](tarn::XmlNode& n) { return n.SetDataInt32(0); }, "0"},
-        {"ULONG", [](tarn::XmlNode& n) { return n.SetDataULONG(4294967295u); }, "4294967295"},
-        {"UInt32", [](tarn::XmlNode& n) { return n.SetDataUInt32(7u); }, "7"},
-        {"Int64", [](tarn::XmlNode& n) { return n.SetDataInt64(-9223372036854775807LL - 1); }, "-9223372036854775808"},
-        {"UInt64", [](tarn::XmlNode& n) { return n.SetDataUInt64(18446744073709551615ULL); }, "18446744073709551615"},
-        {"Double", [](tarn::XmlNode& n) { return n.SetDataDouble(0.5); }, "0.5"},
-        {"Replace", [](tarn::XmlNode& n) { return n.ReplaceData("r"); }, "r"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.label);
-        XmlNodePtr node = tarn::CreateXmlNode("v", "old");
-        EXPECT_EQ(c.set(*node), 0);
-        EXPECT_EQ(node->GetData(), c.text);
-        EXPECT_EQ(node->OuterXml(), std::string("<v>") + c.text + "</v>");
-    }
-}
-
-TEST(NameAndText, TypedGettersConvertTheFirstTextChild)
-{
-    XmlNodePtr node = tarn::CreateXmlNode("v", "-5");
-    EXPECT_EQ(node->GetDataNumber(), -5);
-    EXPECT_EQ(node->GetDataInt32(), -5);
-    EXPECT_EQ(node->GetDataInt64(), -5);
-    node->SetData("18446744073709551615");
+    XmlNodePtr node = tarn::CreateXmlNode("v", "old");
+    EXPECT_EQ(node->SetDataInt64(-9223372036854775807LL - 1), 0);
+    EXPECT_EQ(node->OuterXml(), "<v>-9223372036854775808</v>");
+    EXPECT_EQ(node->GetDataInt64(), -9223372036854775807LL - 1);
+    EXPECT_EQ(node->SetDataUInt64(18446744073709551615ULL), 0);
     EXPECT_EQ(node->GetDataUInt64(), 18446744073709551615ULL);
-    node->SetData("0x10");
-    EXPECT_EQ(node->GetDataUINT64(), 16u); // the identifier reading takes hexadecimal
-    EXPECT_EQ(node->GetDataUInt64(), 0u);
-    node->SetData("4294967295");
-    EXPECT_EQ(node->GetDataUInt(), 4294967295u);
-    EXPECT_EQ(node->GetDataULONG(), 4294967295u);
-    EXPECT_EQ(node->GetDataUInt32(), 4294967295u);
-    node->SetData("2.25");
-    EXPECT_DOUBLE_EQ(node->GetDataDouble(), 2.25);
+    EXPECT_EQ(node->SetDataDouble(0.5), 0);
+    EXPECT_EQ(node->GetData(), "0.5");
+    EXPECT_DOUBLE_EQ(node->GetDataDouble(), 0.5);
     // Only the first text child counts: "1" after a CDATA section, not "9" inside it.
     XmlDocumentPtr doc = load("<v><![CDATA[9]]>1<b>2</b>3</v>");
     EXPECT_EQ(doc->GetRoot()->GetDataInt32(), 1);
-}
-
-TEST(NameAndText, GetDataBoolFollowsTheNodeTextRule)
-{
-    const std::pair<const char*, bool> cases[] = {
-        {"true", true}, {"false", false}, {"-1", true}, {"0", false}, {"1", true}, {"Y", true},
-        {"N", false},   {"TRUE", true},   {"True", true}, {"y", false}, {"yes", false}, {"no", false},
-        {"", false},    {" true", false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.first);
-        XmlNodePtr node = tarn::CreateXmlNode("b", c.first);
-        EXPECT_EQ(node->GetDataBool(), c.second);
+    // The node text rule: exact words first, then any case of "true".
+    const std::pair<const char*, bool> words[] = {{"Y", true}, {"y", false}, {"TRUE", true}, {"-1", true}, {"", false}};
+    for (const auto& word : words) {
+        EXPECT_EQ(tarn::CreateXmlNode("b", word.first)->GetDataBool(), word.second) << word.first;
     }
 }
 
@@ -522,13 +421,9 @@ TEST(Creation, AddChildWithValues)
         {"literal entity", [](tarn::XmlNode& n) { return n.AddChild("v", std::string("1 &lt; 2")); },
          "<v>1 &amp;lt; 2</v>"},
         {"escaped", [](tarn::XmlNode& n) { return n.AddChildWithEscData("v", "1 &lt; 2&#65;"); }, "<v>1 &lt; 2A</v>"},
-        {"escaped empty", [](tarn::XmlNode& n) { return n.AddChildWithEscData("v", ""); }, "<v/>"},
         {"escaped entity", [](tarn::XmlNode& n) { return n.AddChildWithEscData("v", "&e;"); }, "<v>&e;</v>"},
         {"bool", [](tarn::XmlNode& n) { return n.AddChild("v", true); }, "<v>true</v>"},
         {"int", [](tarn::XmlNode& n) { return n.AddChild("n", -5); }, "<n>-5</n>"},
-        {"unsigned", [](tarn::XmlNode& n) { return n.AddChild("n", 4294967295u); }, "<n>4294967295</n>"},
-        {"long long", [](tarn::XmlNode& n) { return n.AddChild("n", -9223372036854775807LL - 1); },
-         "<n>-9223372036854775808</n>"},
         {"unsigned long long", [](tarn::XmlNode& n) { return n.AddChild("n", 18446744073709551615ULL); },
          "<n>18446744073709551615</n>"},
         {"double", [](tarn::XmlNode& n) { return n.AddChild("n", 1.5); }, "<n>1.5</n>"},
@@ -587,8 +482,6 @@ TEST(Creation, Factories)
         {"char*", tarn::CreateXmlNode("a", "b"), "<a>b</a>"},
         {"bool", tarn::CreateXmlNode("a", false), "<a>false</a>"},
         {"int", tarn::CreateXmlNode("a", -1), "<a>-1</a>"},
-        {"unsigned", tarn::CreateXmlNode("a", 1u), "<a>1</a>"},
-        {"long long", tarn::CreateXmlNode("a", 5LL), "<a>5</a>"},
         {"unsigned long long", tarn::CreateXmlNode("a", 6ULL), "<a>6</a>"},
         {"double", tarn::CreateXmlNode("a", 1e6), "<a>1e+06</a>"},
         {"empty", tarn::CreateXmlNode("a", std::string()), "<a/>"},
@@ -721,18 +614,6 @@ TEST(Moves, AddSiblingEdgeCases)
     EXPECT_EQ(root->AddChild(XmlNodePtr()), -3);
     EXPECT_EQ(root->AddChild(tarn::CreateXmlNode()), -3);
     EXPECT_EQ(tarn::CreateXmlNode()->AddChild(tarn::CreateXmlNode("x", "")), -3);
-}
-
-TEST(Moves, DetachedNodeBuiltThenMovedSerialisesInItsNewDocument)
-{
-    XmlDocumentPtr doc = load("<r/>");
-    XmlNodePtr node = tarn::CreateXmlNode("a", "b");
-    node->AddChild("c", 3);
-    EXPECT_EQ(node->SerializeOuterXml(), "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<a>b<c>3</c></a>\n");
-    ASSERT_EQ(doc->GetRoot()->AddChild(node), 0);
-    EXPECT_EQ(node->GetName(), "a");
-    node.reset();
-    EXPECT_EQ(doc->GetRoot()->OuterXml(), "<r><a>b<c>3</c></a></r>");
 }
 
 } // namespace

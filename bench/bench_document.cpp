@@ -1,0 +1,314 @@
+// Documents and nodes against raw libxml2 on the same input: loading, serialising, building.
+//
+//   bench_document                      every benchmark, then the library/raw ratios
+//   bench_document --peak=MODE          load the generated 20 MB document once and print the
+//                                       peak resident size; MODE is text (generate only),
+//                                       raw (xmlReadMemory) or library (XmlDocument::Load).
+//                                       Run each under /usr/bin/time -v for an outside view.
+#include <benchmark/benchmark.h>
+
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include <fmt/format.h>
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+
+#include "tarnxml/XmlDocument.h"
+#include "tarnxml/XmlNode.h"
+
+namespace {
+
+constexpr int kParseOptions = XML_PARSE_NOERROR | XML_PARSE_NONET | XML_PARSE_NODICT;
+constexpr int kTreeElements = 100000;
+const char* const kFreedesktop = "/usr/share/mime/packages/freedesktop.org.xml";
+
+std::string readFile(const char* path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+const std::string& freedesktop()
+{
+    static const std::string text = readFile(kFreedesktop);
+    return text;
+}
+
+// About 20 MB of records with attributes, escaped text and some non-ASCII UTF-8.
+std::string generateDocument()
+{
+    std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<catalog>\n";
+    for (int i = 0; text.size() < 20u * 1024 * 1024; ++i)
+        text += fmt::format("  <item id=\"{0}\" kind=\"k{1}\"><name>name {0} \xc3\xa9t\xc3\xa9</name>"
+                            "<value>{2}</value><note>a &amp; b &lt; c</note></item>\n",
+                            i, i % 7, i * 3);
+    text += "</catalog>\n";
+    return text;
+}
+
+const std::string& generated()
+{
+    static const std::string text = generateDocument();
+    return text;
+}
+
+const std::string& input(int which) { return which == 0 ? freedesktop() : generated(); }
+const char* inputName(int which) { return which == 0 ? "freedesktop" : "generated20MB"; }
+
+void setBytes(benchmark::State& state, const std::string& text)
+{
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(text.size()));
+    state.SetLabel(inputName(static_cast<int>(state.range(0))));
+}
+
+// --- Load --------------------------------------------------------------------------------------
+
+void Load_Library(benchmark::State& state)
+{
+    const std::string& text = input(static_cast<int>(state.range(0)));
+    if (text.empty()) {
+        state.SkipWithError("input missing");
+        return;
+    }
+    tarn::XmlDocumentPtr doc = tarn::CreateXmlDocument();
+    for (auto _ : state) {
+        if (doc->Load(text, false) != 0)
+            state.SkipWithError("load failed");
+        benchmark::DoNotOptimize(doc.get());
+    }
+    setBytes(state, text);
+}
+
+void Load_Raw(benchmark::State& state)
+{
+    const std::string& text = input(static_cast<int>(state.range(0)));
+    if (text.empty()) {
+        state.SkipWithError("input missing");
+        return;
+    }
+    xmlDoc* doc = nullptr;
+    for (auto _ : state) {
+        if (doc != nullptr)
+            xmlFreeDoc(doc); // the library frees the previous tree inside Load as well
+        doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), "dummy.xml", nullptr, kParseOptions);
+        if (doc == nullptr)
+            state.SkipWithError("parse failed");
+        benchmark::DoNotOptimize(doc);
+    }
+    xmlFreeDoc(doc);
+    setBytes(state, text);
+}
+
+// --- OuterXml -------------------------------------------------------------------------------------
+
+void OuterXml_Library(benchmark::State& state)
+{
+    tarn::XmlDocumentPtr doc = tarn::CreateXmlDocument(input(static_cast<int>(state.range(0))));
+    tarn::XmlNodePtr root = doc->GetRoot();
+    std::size_t size = 0;
+    for (auto _ : state) {
+        const std::string outer = root->OuterXml();
+        size = outer.size();
+        benchmark::DoNotOptimize(outer.data());
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * size));
+    state.SetLabel(inputName(static_cast<int>(state.range(0))));
+}
+
+void OuterXml_Raw(benchmark::State& state)
+{
+    const std::string& text = input(static_cast<int>(state.range(0)));
+    xmlDoc* doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), "dummy.xml", nullptr, kParseOptions);
+    xmlNode* root = xmlDocGetRootElement(doc);
+    std::size_t size = 0;
+    for (auto _ : state) {
+        xmlBuffer* buffer = xmlBufferCreate();
+        const int length = xmlNodeDump(buffer, doc, root, 0, 0);
+        const std::string outer(reinterpret_cast<const char*>(xmlBufferContent(buffer)), static_cast<std::size_t>(length));
+        xmlBufferFree(buffer);
+        size = outer.size();
+        benchmark::DoNotOptimize(outer.data());
+    }
+    xmlFreeDoc(doc);
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * size));
+    state.SetLabel(inputName(static_cast<int>(state.range(0))));
+}
+
+// --- Building a tree -------------------------------------------------------------------------------
+
+void perElement(benchmark::State& state)
+{
+    // Seconds of CPU time per element, shown with an SI prefix ("250n" is 250 ns).
+    state.counters["time_per_element"] = benchmark::Counter(
+        static_cast<double>(kTreeElements), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void Build_AddChildInt_Library(benchmark::State& state)
+{
+    for (auto _ : state) {
+        tarn::XmlNodePtr root = tarn::CreateXmlNode("root", std::string());
+        for (int i = 0; i < kTreeElements; ++i)
+            root->AddChild("item", i);
+        benchmark::DoNotOptimize(root.get());
+    }
+    perElement(state);
+}
+
+void Build_AddChildInt_Raw(benchmark::State& state)
+{
+    for (auto _ : state) {
+        xmlNode* root = xmlNewNode(nullptr, reinterpret_cast<const xmlChar*>("root"));
+        for (int i = 0; i < kTreeElements; ++i) {
+            xmlNode* item = xmlNewNode(nullptr, reinterpret_cast<const xmlChar*>("item"));
+            const fmt::format_int digits(i);
+            xmlAddChild(item, xmlNewText(reinterpret_cast<const xmlChar*>(digits.c_str())));
+            xmlAddChild(root, item);
+        }
+        benchmark::DoNotOptimize(root);
+        xmlFreeNode(root);
+    }
+    perElement(state);
+}
+
+void Build_CreateAndMove_Library(benchmark::State& state)
+{
+    for (auto _ : state) {
+        tarn::XmlNodePtr root = tarn::CreateXmlNode("root", std::string());
+        for (int i = 0; i < kTreeElements; ++i) {
+            tarn::XmlNodePtr item = tarn::CreateXmlNode("item", i);
+            root->AddChild(item);
+        }
+        benchmark::DoNotOptimize(root.get());
+    }
+    perElement(state);
+}
+
+void Build_CreateAndMove_Raw(benchmark::State& state)
+{
+    for (auto _ : state) {
+        xmlNode* root = xmlNewNode(nullptr, reinterpret_cast<const xmlChar*>("root"));
+        for (int i = 0; i < kTreeElements; ++i) {
+            xmlNode* item = xmlNewNode(nullptr, reinterpret_cast<const xmlChar*>("item"));
+            const fmt::format_int digits(i);
+            xmlAddChild(item, xmlNewText(reinterpret_cast<const xmlChar*>(digits.c_str())));
+            xmlUnlinkNode(item);
+            xmlAddChild(root, item);
+        }
+        benchmark::DoNotOptimize(root);
+        xmlFreeNode(root);
+    }
+    perElement(state);
+}
+
+BENCHMARK(Load_Library)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(Load_Raw)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(OuterXml_Library)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(OuterXml_Raw)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(Build_AddChildInt_Library)->Unit(benchmark::kMillisecond);
+BENCHMARK(Build_AddChildInt_Raw)->Unit(benchmark::kMillisecond);
+BENCHMARK(Build_CreateAndMove_Library)->Unit(benchmark::kMillisecond);
+BENCHMARK(Build_CreateAndMove_Raw)->Unit(benchmark::kMillisecond);
+
+// Prints as usual and remembers each benchmark's CPU time per iteration (the median when run
+// with --benchmark_repetitions), so that the library/raw ratios (raw time over library time: 1.0
+// is parity, above 0.95 is the target) come out at the end of the same run. CPU time rather than
+// wall time: on a shared machine wall time mostly measures the neighbours.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& reports) override
+    {
+        for (const Run& run : reports) {
+            if (run.error_occurred)
+                continue;
+            if (run.run_type == Run::RT_Iteration && medians_.count(run.run_name.str()) == 0)
+                times_[run.run_name.str()] = run.GetAdjustedCPUTime();
+            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
+                times_[run.run_name.str()] = run.GetAdjustedCPUTime();
+                medians_.insert(run.run_name.str());
+            }
+        }
+        ConsoleReporter::ReportRuns(reports);
+    }
+
+    void printRatios() const
+    {
+        std::printf("\nlibrary vs raw libxml2 (raw time / library time; >= 0.95 is the target):\n");
+        for (const auto& entry : times_) {
+            const std::string& name = entry.first;
+            const std::string::size_type at = name.find("_Library");
+            if (at == std::string::npos)
+                continue;
+            const std::string raw = name.substr(0, at) + "_Raw" + name.substr(at + 8);
+            const auto found = times_.find(raw);
+            if (found == times_.end())
+                continue;
+            std::printf("  %-40s %.3f\n", name.substr(0, at).append(name.substr(at + 8)).c_str(),
+                        found->second / entry.second);
+        }
+        for (const auto& entry : times_)
+            if (entry.first.rfind("Build_", 0) == 0)
+                std::printf("  %-40s %.1f ns per element\n", entry.first.c_str(),
+                            entry.second * 1e6 / kTreeElements); // times are in milliseconds
+    }
+
+private:
+    std::map<std::string, double> times_;
+    std::set<std::string> medians_;
+};
+
+long peakKilobytes()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+int peakMode(const char* mode)
+{
+    const std::string& text = generated();
+    const long before = peakKilobytes();
+    if (std::strcmp(mode, "raw") == 0) {
+        xmlDoc* doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), "dummy.xml", nullptr, kParseOptions);
+        if (doc == nullptr)
+            return 1;
+        xmlFreeDoc(doc);
+    } else if (std::strcmp(mode, "library") == 0) {
+        tarn::XmlDocumentPtr doc = tarn::CreateXmlDocument();
+        if (doc->Load(text, false) != 0)
+            return 1;
+    } else if (std::strcmp(mode, "text") != 0) {
+        std::fprintf(stderr, "unknown --peak mode %s\n", mode);
+        return 2;
+    }
+    std::printf("peak=%s input=%zu bytes peak_rss_before_kb=%ld peak_rss_kb=%ld\n", mode, text.size(), before,
+                peakKilobytes());
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    for (int i = 1; i < argc; ++i)
+        if (std::strncmp(argv[i], "--peak=", 7) == 0)
+            return peakMode(argv[i] + 7);
+    tarn::libXMLStartup();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.printRatios();
+    benchmark::Shutdown();
+    return 0;
+}
