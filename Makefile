@@ -8,6 +8,9 @@
 #   make tsan       the test suite under ThreadSanitizer
 #   make consumer   install into a temporary prefix and build examples/consumer against it
 #                   through find_package and through pkg-config
+#   make fuzz       every libFuzzer target for FUZZ_SECONDS each (default 60), clang
+#   make valgrind   the test suite under valgrind memcheck (no errors, no definite/indirect leaks)
+#   make test32     the test suite built with -m32 for 32-bit x86 and run under qemu-i386
 #   make install    install into PREFIX (default /usr/local)
 #
 # WERROR=ON turns warnings into errors (CI does this). JOBS sets build parallelism.
@@ -24,7 +27,9 @@ SAN_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:halt_on_error=1:detect_st
           LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp:print_suppressions=0
 TSAN_ENV = TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/tsan.supp
 
-.PHONY: all deps build test demo bench asan tsan consumer install clean
+FUZZ_SECONDS ?= 60
+
+.PHONY: all deps build test demo bench asan tsan fuzz valgrind test32 consumer install clean
 
 all: build
 
@@ -68,6 +73,41 @@ tsan: deps
 	$(CMAKE) --build build-tsan -j $(JOBS)
 	$(TSAN_ENV) $(CTEST) --test-dir build-tsan --output-on-failure -j $(JOBS)
 
+fuzz: deps
+	CC=clang CXX=clang++ $(CMAKE) -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DTARNXML_BUILD_FUZZ=ON -DTARNXML_BUILD_TESTS=OFF -DTARNXML_BUILD_BENCH=OFF -DTARNXML_BUILD_TOOL=OFF \
+	  -DTARNXML_SANITIZE=address,undefined -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link $(CMAKE_COMMON)
+	$(CMAKE) --build build-fuzz -j $(JOBS)
+	@set -e; for f in build-fuzz/fuzz/fuzz_*; do \
+	  [ -x "$$f" ] || continue; name=$$(basename $$f); target=$${name#fuzz_}; \
+	  mkdir -p build-fuzz/corpus/$$target; \
+	  echo "== $$name ($(FUZZ_SECONDS)s)"; \
+	  $(SAN_ENV) $$f -max_total_time=$(FUZZ_SECONDS) -timeout=20 -rss_limit_mb=2048 -max_len=65536 \
+	    -print_final_stats=1 -artifact_prefix=build-fuzz/$$name- \
+	    build-fuzz/corpus/$$target fuzz/corpus/$$target 2>build-fuzz/$$name.log \
+	    || { tail -n 60 build-fuzz/$$name.log; exit 1; }; \
+	  grep -E '^(Done|stat::number_of_executed_units)' build-fuzz/$$name.log | tail -n 2; \
+	done
+
+# Under valgrind the long randomised tests run with smaller counts (TARNXML_TEST_QUICK).
+valgrind: build
+	@set -e; failed=0; for t in build/tests/test_*; do \
+	  [ -x "$$t" ] || continue; \
+	  echo "== valgrind $$t"; \
+	  TARNXML_TEST_QUICK=1 valgrind --quiet --error-exitcode=99 --leak-check=full \
+	    --errors-for-leak-kinds=definite,indirect --show-leak-kinds=definite,indirect \
+	    --suppressions=$(CURDIR)/tests/valgrind.supp --trace-children=no \
+	    $$t --gtest_brief=1 --gtest_death_test_style=threadsafe >build/$$(basename $$t).valgrind.log 2>&1 \
+	    || { tail -n 80 build/$$(basename $$t).valgrind.log; failed=1; }; \
+	done; exit $$failed
+
+test32:
+	@bash scripts/install-deps.sh --i386
+	$(CMAKE) -S . -B build-32 -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/i386-linux-gnu.cmake \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARNXML_BUILD_BENCH=OFF -DTARNXML_BUILD_TOOL=OFF $(CMAKE_COMMON)
+	$(CMAKE) --build build-32 -j $(JOBS)
+	$(CTEST) --test-dir build-32 --output-on-failure -j $(JOBS)
+
 consumer: build
 	rm -rf build/stage build/consumer-cmake build/consumer-pc
 	$(CMAKE) --install build --prefix $(CURDIR)/build/stage >/dev/null
@@ -85,4 +125,4 @@ install: build
 	$(CMAKE) --install build --prefix $(PREFIX)
 
 clean:
-	rm -rf build build-asan build-tsan build-bench
+	rm -rf build build-asan build-tsan build-bench build-fuzz build-32

@@ -27,7 +27,7 @@ TEST(Lifecycle, StartupCreatesTheScratchDocumentOnce)
     EXPECT_EQ(first->children, nullptr);
 }
 
-TEST(Lifecycle, ExplicitShutdownThenExitRunsTheCleanupTwiceWithoutHarm)
+TEST(LifecycleDeathTest, ExplicitShutdownThenExitRunsTheCleanupTwiceWithoutHarm)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(

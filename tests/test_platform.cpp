@@ -163,7 +163,7 @@ TEST(Diagnostics, AssertWriteGoesThroughLog4cplusOnceLoggingIsSetUp)
     EXPECT_NE(tarn::Logger::hasBeenInitialized, 0);
 }
 
-TEST(Diagnostics, AssertWriteBeforeLoggingGoesToStandardError)
+TEST(DiagnosticsDeathTest, AssertWriteBeforeLoggingGoesToStandardError)
 {
     // "threadsafe" re-executes the test binary for the child, so logging is not set up there.
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -124,4 +124,17 @@ std::string readFile(const std::string& path)
     return content.str();
 }
 
+bool quick()
+{
+    const char* value = std::getenv("TARNXML_TEST_QUICK");
+    return value && *value && std::string(value) != "0";
+}
+
+long iterations(long normal)
+{
+    if (!quick())
+        return normal;
+    return normal / 10 > 0 ? normal / 10 : 1;
+}
+
 } // namespace tarntest

@@ -65,4 +65,9 @@ private:
 
 std::string readFile(const std::string& path);
 
+// True when TARNXML_TEST_QUICK is set (valgrind runs): long randomised tests use smaller counts.
+bool quick();
+// `normal` iterations, or a tenth of them (at least 1) in quick mode.
+long iterations(long normal);
+
 } // namespace tarntest
