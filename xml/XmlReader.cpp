@@ -10,8 +10,8 @@
 #include <libxml/xmlmemory.h>
 #include <libxml/xmlreader.h>
 
-#include <memory>
 #include <cstddef>
+#include <memory>
 #include <new>
 
 void XmlCharDeleter::operator()(unsigned char* text) const
@@ -35,9 +35,9 @@ int nonNegative(int value) { return value < 0 ? 0 : value; }
 
 // Every text getter holds its libxml2 string in a shared pointer for the length of one copy, so
 // each call would cost a heap allocation for the shared pointer's control block on top of
-// libxml2's own. The shared pointer never leaves xmlCharToString, so its control block is placed
-// in a buffer on that function's stack, declared before the shared pointer and so outliving it;
-// a block that does not fit (another standard library's layout) falls back to the heap.
+// libxml2's own. The shared pointer never leaves takeString, so its one control block is placed in
+// a buffer on that function's stack, declared before the shared pointer and so outliving it; a
+// block that does not fit (another standard library's layout) falls back to the heap.
 template <typename T>
 class LocalBlockAllocator {
 public:
