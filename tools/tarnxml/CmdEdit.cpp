@@ -103,11 +103,8 @@ std::string serialise(const Loaded& loaded) {
 
 int runEdit(const EditOptions& options, Streams& io) {
     validate(options);
-    std::string text = readInput(options.file, io);
     Loaded loaded;
-    bool parsed = loadDocument(options.file, text, false, io, loaded);
-    std::string().swap(text);
-    if (!parsed) {
+    if (!loadFile(options.file, io, loaded)) {
         return kExitNotFound;
     }
     int result = kExitOk;

@@ -9,11 +9,8 @@
 namespace tool {
 
 int runFormat(const FormatOptions& options, Streams& io) {
-    std::string text = readInput(options.file, io);
     Loaded loaded;
-    bool parsed = loadDocument(options.file, text, false, io, loaded);
-    std::string().swap(text);
-    if (!parsed) {
+    if (!loadFile(options.file, io, loaded)) {
         return kExitNotFound;
     }
     pugi::xml_document converted;

@@ -7,11 +7,8 @@ namespace tool {
 
 int runSelect(const SelectOptions& options, Streams& io) {
     CompiledXPathPtr compiled = compileXPath(options.xpath);
-    std::string text = readInput(options.file, io);
     Loaded loaded;
-    bool parsed = loadDocument(options.file, text, false, io, loaded);
-    std::string().swap(text);
-    if (!parsed) {
+    if (!loadFile(options.file, io, loaded)) {
         return kExitNotFound;
     }
     std::vector<tarn::XmlNodePtr> nodes = selectElements(loaded, options.xpath);

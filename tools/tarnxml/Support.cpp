@@ -227,6 +227,11 @@ int ErrorCapture::lastDomain() const {
     return error != nullptr && error->code != XML_ERR_OK ? error->domain : 0;
 }
 
+bool loadFile(const std::string& path, Streams& io, Loaded& out) {
+    std::string text = readInput(path, io);
+    return loadDocument(path, text, false, io, out);
+}
+
 bool loadDocument(const std::string& name, const std::string& text, bool recover, Streams& io, Loaded& out) {
     out = Loaded();
     if (text.empty()) {

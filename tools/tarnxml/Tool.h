@@ -92,6 +92,9 @@ struct Loaded {
 // Parses `text` through XmlDocument::Load. On failure prints "NAME:LINE:COLUMN: message" to
 // io.err and returns false.
 bool loadDocument(const std::string& name, const std::string& text, bool recover, Streams& io, Loaded& out);
+// Reads `path` (or standard input for "-") and loads it strictly; the text is released before
+// returning, so only the tree stays in memory.
+bool loadFile(const std::string& path, Streams& io, Loaded& out);
 
 // Escapes a text so that it fits on one line: \n, \r, \t, \\ and \" as such, other control
 // bytes as \xHH; everything else (UTF-8 included) unchanged.
