@@ -17,5 +17,5 @@ int main()
     writer.endElement();
 
     std::cout << root->OuterXml() << "\n" << writer.str() << "\n";
-    return port == 8080 && writer.str() == "<status port=\"8080\" />" ? 0 : 1;
+    return port == 8080 && writer.str() == "<status port=\"8080\"/>" ? 0 : 1;
 }
