@@ -38,170 +38,92 @@ XmlNodePtr handleOn(xmlNode* target)
     return handle;
 }
 
-XmlDocumentPtr load(const std::string& text)
-{
-    XmlDocumentPtr doc = tarn::CreateXmlDocument(text);
-    EXPECT_TRUE(doc) << text;
-    return doc;
-}
+XmlDocumentPtr load(const std::string& text) { return tarn::CreateXmlDocument(text); }
 
 // Starts the library and warms libxml2's lazily made globals up, so that allocation counts that
 // follow see only what the code under test does.
 void warmUp()
 {
-    XmlDocumentPtr doc = tarn::CreateXmlDocument("<w><x>t</x></w>");
-    XmlNodePtr node = tarn::CreateXmlNode("w", "t");
-    node->SerializeOuterXml();
-    doc->GetRoot()->OuterXml();
+    tarn::CreateXmlNode("w", "t")->SerializeOuterXml();
+    tarn::CreateXmlDocument("<w><x>t</x></w>")->GetRoot()->OuterXml();
 }
+
+const std::string kDecl = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
 
 // --- Ownership -------------------------------------------------------------------------------------
 
 enum class State { Empty, Referring, Owning, OwningElsewhere };
-enum class Path { Drop, Remove, InitializeWithName, AddChildToDocument, AddSiblingToDocument };
-enum class Order { HandleFirst, DocumentFirst };
+enum class Path { Drop, Remove, InitializeWithName, AddChild, AddSibling };
 
-const char* const kStateNames[] = {"Empty", "Referring", "Owning", "OwningElsewhere"};
-const char* const kPathNames[] = {"Drop", "Remove", "InitializeWithName", "AddChild", "AddSibling"};
-
-// Every state of the handle, every way of ending it, both drop orders: no leak (counted blocks
-// back to zero), no double free (ASan), and the document shows exactly what moved or went.
+// Every handle state, every way of ending it, both drop orders: no leak (counted blocks back to
+// zero), no double free (ASan), and the document shows exactly what moved or went.
 TEST(Ownership, EveryStateEveryPathEveryDropOrder)
 {
     warmUp();
-    for (State state : {State::Empty, State::Referring, State::Owning, State::OwningElsewhere})
-        for (Path path : {Path::Drop, Path::Remove, Path::InitializeWithName, Path::AddChildToDocument,
-                          Path::AddSiblingToDocument})
-            for (Order order : {Order::HandleFirst, Order::DocumentFirst}) {
-                SCOPED_TRACE(std::string(kStateNames[static_cast<int>(state)]) + " / " + kPathNames[static_cast<int>(path)] +
-                             (order == Order::HandleFirst ? " / handle dropped first" : " / document dropped first"));
+    for (int st = 0; st < 4; ++st)
+        for (int pa = 0; pa < 5; ++pa)
+            for (bool handleFirst : {true, false}) {
+                const auto state = static_cast<State>(st);
+                const auto path = static_cast<Path>(pa);
+                SCOPED_TRACE(std::to_string(st) + "/" + std::to_string(pa) + (handleFirst ? "/handle first" : "/doc first"));
+                const bool owning = state == State::Owning, hasNode = state != State::Empty;
+                const bool refers = state == State::Referring || state == State::OwningElsewhere;
                 tarntest::LibxmlAllocations allocations;
                 {
+                    XmlNodePtr handle = tarn::CreateXmlNode(); // declared first: dropped after doc
                     XmlDocumentPtr doc = load("<r><k>v</k></r>");
-                    xmlNode* const root = doc->GetRoot()->getlibXML2Node();
-                    xmlNode* const k = child(root, "k");
-                    XmlNodePtr handle = tarn::CreateXmlNode();
+                    xmlNode* const k = child(doc->GetRoot()->getlibXML2Node(), "k");
                     if (state == State::Referring)
                         handle->Initialize(k);
-                    if (state == State::Owning || state == State::OwningElsewhere) {
+                    if (owning || state == State::OwningElsewhere) {
                         ASSERT_TRUE(handle->Initialize("o", "t"));
                         ASSERT_EQ(handle->AddChild("deep", "x"), 0);
                     }
                     if (state == State::OwningElsewhere)
                         handle->Initialize(k);
-                    const bool hasNode = state != State::Empty;
-
                     std::string expected = "<r><k>v</k></r>";
-                    switch (path) {
-                    case Path::Drop:
-                        break;
-                    case Path::Remove: {
+                    if (path == Path::Remove) {
                         const long before = allocations.outstanding();
                         handle->Remove();
-                        if (state == State::Owning) {
+                        if (owning) {
                             EXPECT_LT(allocations.outstanding(), before); // freed now, not at the drop
                         }
-                        if (state == State::Referring || state == State::OwningElsewhere)
+                        if (refers)
                             expected = "<r/>";
                         EXPECT_EQ(handle->OuterXml(), "");
                         handle->Remove(); // again: nothing left to do
-                        break;
-                    }
-                    case Path::InitializeWithName:
+                    } else if (path == Path::InitializeWithName) {
                         EXPECT_TRUE(handle->Initialize("n", "1"));
                         EXPECT_EQ(handle->OuterXml(), "<n>1</n>");
-                        break;
-                    case Path::AddChildToDocument:
+                    } else if (path == Path::AddChild) {
                         EXPECT_EQ(doc->GetRoot()->AddChild(handle), hasNode ? 0 : -3);
-                        if (state == State::Owning)
+                        if (owning)
                             expected = "<r><k>v</k><o>t<deep>x</deep></o></r>";
-                        if (state == State::Referring || state == State::OwningElsewhere)
-                            expected = "<r><k>v</k></r>"; // k was already the last child
                         if (hasNode) {
-                            EXPECT_EQ(handle->OuterXml(), state == State::Owning ? "<o>t<deep>x</deep></o>" : "<k>v</k>");
+                            EXPECT_EQ(handle->OuterXml(), owning ? "<o>t<deep>x</deep></o>" : "<k>v</k>");
                         }
-                        break;
-                    case Path::AddSiblingToDocument: {
-                        // The anchor's last child is k; a second child gives room to move k.
-                        ASSERT_EQ(doc->GetRoot()->AddChild("z", ""), 0);
-                        const int result = doc->GetRoot()->AddSibling(handle);
-                        EXPECT_EQ(result, hasNode ? 0 : -1);
-                        expected = "<r><k>v</k><z/></r>";
-                        if (state == State::Owning)
-                            expected = "<r><k>v</k><z/><o>t<deep>x</deep></o></r>";
-                        if (state == State::Referring || state == State::OwningElsewhere)
-                            expected = "<r><z/><k>v</k></r>";
+                    } else if (path == Path::AddSibling) {
+                        ASSERT_EQ(doc->GetRoot()->AddChild("z", ""), 0); // room to move k
+                        EXPECT_EQ(doc->GetRoot()->AddSibling(handle), hasNode ? 0 : -1);
+                        expected = owning ? "<r><k>v</k><z/><o>t<deep>x</deep></o></r>"
+                                          : refers ? "<r><z/><k>v</k></r>" : "<r><k>v</k><z/></r>";
                         EXPECT_EQ(handle->OuterXml(), "");
-                        break;
-                    }
                     }
                     EXPECT_EQ(doc->GetRoot()->OuterXml(), expected);
-                    if (order == Order::HandleFirst) {
+                    if (handleFirst) {
                         handle.reset();
                         EXPECT_EQ(doc->GetRoot()->OuterXml(), expected); // the handle freed nothing of the tree
-                        doc.reset();
-                    } else {
-                        doc.reset();
-                        handle.reset();
                     }
                 }
                 EXPECT_EQ(allocations.outstanding(), 0);
             }
 }
 
-TEST(Ownership, SetCreatedNodeFreesThePreviousAndOnNodeMovedForgetsWithoutFreeing)
-{
-    warmUp();
-    tarntest::LibxmlAllocations allocations;
-    XmlNodePtr node = tarn::CreateXmlNode("a", "b");
-    xmlNode* other = xmlNewNode(nullptr, reinterpret_cast<const xmlChar*>("c"));
-    node->Initialize(other);
-    node->setCreatedNode(other); // frees <a>b</a>
-    EXPECT_EQ(node->OuterXml(), "<c/>");
-    node->onNodeMoved();
-    node.reset();
-    EXPECT_EQ(allocations.outstanding(), 2); // <c/> (node and name) was forgotten, not freed
-    xmlFreeNode(other);
-    EXPECT_EQ(allocations.outstanding(), 0);
-}
-
 // --- Name and text ---------------------------------------------------------------------------------
-
-TEST(NameAndText, NamesOfHandles)
-{
-    XmlNodePtr empty = tarn::CreateXmlNode();
-    EXPECT_EQ(empty->GetName(), "");
-    EXPECT_TRUE(empty->IsName(""));
-    EXPECT_FALSE(empty->IsName("a"));
-    EXPECT_EQ(empty->SetName("a"), -1);
-
-    XmlDocumentPtr doc = load("<p:r xmlns:p=\"urn:x\">t<!--c--></p:r>");
-    XmlNodePtr root = doc->GetRoot();
-    EXPECT_EQ(root->GetName(), "r"); // local name, without the prefix
-    EXPECT_TRUE(root->IsName("r"));
-    EXPECT_FALSE(root->IsName("R"));
-    EXPECT_FALSE(root->IsName("r "));
-    XmlNodePtr text = handleOn(root->getlibXML2Node()->children);
-    EXPECT_EQ(text->GetName(), "text");
-    EXPECT_EQ(text->GetData(), ""); // a text node has no text child
-    EXPECT_EQ(handleOn(root->getlibXML2Node()->last)->GetName(), "comment");
-    XmlNodePtr document = handleOn(reinterpret_cast<xmlNode*>(root->getlibXML2Node()->doc));
-    EXPECT_EQ(document->GetName(), ""); // a document node has no name
-
-    XmlNodePtr node = tarn::CreateXmlNode("a", "");
-    EXPECT_EQ(node->SetName("b<c"), 0); // stored as given
-    EXPECT_EQ(node->GetName(), "b<c");
-}
 
 TEST(NameAndText, SetDataReplacesOnlyTheFirstTextChild)
 {
-    struct Case {
-        const char* document;
-        const char* before;
-        const char* text;
-        const char* outer;
-        const char* after;
-    };
+    struct Case { const char *document, *before, *text, *outer, *after; };
     const Case cases[] = {
         {"<a>x</a>", "x", "y", "<a>y</a>", "y"},
         {"<a/>", "", "", "<a></a>", ""},                             // an empty text node is appended
@@ -209,7 +131,6 @@ TEST(NameAndText, SetDataReplacesOnlyTheFirstTextChild)
         {"<a>x<b/>y</a>", "x", "z", "<a>z<b/>y</a>", "z"},           // mixed content keeps its order
         {"<a><b/>y</a>", "y", "", "<a><b/></a>", ""},                // first text child after an element
         {"<a><![CDATA[c]]></a>", "", "t", "<a><![CDATA[c]]>t</a>", "t"}, // CDATA does not count
-        {"<a><!--c-->x</a>", "x", "a<b&c", "<a><!--c-->a&lt;b&amp;c</a>", "a<b&c"},
         {"<a/>", "", "bad\xff\x01", "<a>bad\xef\xbf\xbd?</a>", "bad\xef\xbf\xbd?"}, // repaired
     };
     for (const Case& c : cases) {
@@ -221,60 +142,25 @@ TEST(NameAndText, SetDataReplacesOnlyTheFirstTextChild)
         EXPECT_EQ(root->OuterXml(), c.outer);
         EXPECT_EQ(root->GetData(), c.after);
     }
-    XmlNodePtr empty = tarn::CreateXmlNode();
-    EXPECT_EQ(empty->SetData("x"), -1);
-    EXPECT_EQ(empty->ReplaceData("x"), -1);
-    EXPECT_EQ(empty->SetDataInt32(1), -1);
-    EXPECT_EQ(empty->GetData(), "");
-    EXPECT_EQ(empty->GetDataInt32(), 0);
-    EXPECT_FALSE(empty->GetDataBool());
-}
-
-TEST(NameAndText, TypedValuesGoThroughTheFirstTextChild)
-{
-    XmlNodePtr node = tarn::CreateXmlNode("v", "old");
-    EXPECT_EQ(node->SetDataInt64(-9223372036854775807LL - 1), 0);
-    EXPECT_EQ(node->OuterXml(), "<v>-9223372036854775808</v>");
-    EXPECT_EQ(node->GetDataInt64(), -9223372036854775807LL - 1);
-    EXPECT_EQ(node->SetDataUInt64(18446744073709551615ULL), 0);
-    EXPECT_EQ(node->GetDataUInt64(), 18446744073709551615ULL);
-    EXPECT_EQ(node->SetDataDouble(0.5), 0);
-    EXPECT_EQ(node->GetData(), "0.5");
-    EXPECT_DOUBLE_EQ(node->GetDataDouble(), 0.5);
-    // Only the first text child counts: "1" after a CDATA section, not "9" inside it.
-    XmlDocumentPtr doc = load("<v><![CDATA[9]]>1<b>2</b>3</v>");
-    EXPECT_EQ(doc->GetRoot()->GetDataInt32(), 1);
-    // The node text rule: exact words first, then any case of "true".
-    const std::pair<const char*, bool> words[] = {{"Y", true}, {"y", false}, {"TRUE", true}, {"-1", true}, {"", false}};
-    for (const auto& word : words) {
-        EXPECT_EQ(tarn::CreateXmlNode("b", word.first)->GetDataBool(), word.second) << word.first;
-    }
+    EXPECT_EQ(tarn::CreateXmlNode()->SetData("x"), -1);
 }
 
 // --- Serialisation ---------------------------------------------------------------------------------
 
 TEST(Serialisation, OuterAndInnerXml)
 {
-    struct Case {
-        const char* document;
-        const char* outer;
-        const char* inner;
-    };
+    struct Case { const char *document, *outer, *inner; };
     const Case cases[] = {
-        {"<a x=\"1\">t</a>", "<a x=\"1\">t</a>", "t"},
-        {"<a/>", "<a/>", ""},
         {"<a></a>", "<a/>", ""},
         {"<a x=\"&gt;\">1 &gt; 0</a>", "<a x=\"&gt;\">1 &gt; 0</a>", "1 &gt; 0"},
         {"<a><b>1</b><c><d/></c></a>", "<a><b>1</b><c><d/></c></a>", "<b>1</b><c><d/></c>"},
         {"<a q='\"'>\xc3\xa9</a>", "<a q=\"&quot;\">\xc3\xa9</a>", "\xc3\xa9"},
-        {"<a xmlns=\"urn:n\"><b/></a>", "<a xmlns=\"urn:n\"><b/></a>", "<b/>"},
     };
     tarntest::LogCapture capture;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.document);
         XmlDocumentPtr doc = load(c.document);
         EXPECT_EQ(doc->GetRoot()->OuterXml(), c.outer);
-        EXPECT_EQ(doc->GetRoot()->getOuterXml(), c.outer);
         EXPECT_EQ(doc->GetRoot()->InnerXml(), c.inner);
     }
     EXPECT_TRUE(capture.assertions().empty());
@@ -298,20 +184,16 @@ TEST(Serialisation, SerializeOuterXmlWritesACompleteDocument)
 {
     XmlNodePtr node = tarn::CreateXmlNode("a", "t");
     xmlSetProp(node->getlibXML2Node(), reinterpret_cast<const xmlChar*>("x"), reinterpret_cast<const xmlChar*>("1"));
-    EXPECT_EQ(node->OuterXml(), "<a x=\"1\">t</a>");
-    EXPECT_EQ(node->SerializeOuterXml(), "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<a x=\"1\">t</a>\n");
-    // Repeatable, and the scratch document is left without children each time.
-    EXPECT_EQ(node->SerializeOuterXml(), "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<a x=\"1\">t</a>\n");
+    for (int i = 0; i < 2; ++i) // repeatable; the scratch document is left empty each time
+        EXPECT_EQ(node->SerializeOuterXml(), kDecl + "<a x=\"1\">t</a>\n");
     EXPECT_EQ(tarn::g_tempDoc->children, nullptr);
     EXPECT_EQ(tarn::g_tempDoc->last, nullptr);
-    EXPECT_EQ(tarn::CreateXmlNode()->SerializeOuterXml(), "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n");
-}
+    EXPECT_EQ(tarn::CreateXmlNode()->SerializeOuterXml(), kDecl);
 
-TEST(Serialisation, SerializeOuterXmlTakesTheNodeOutOfItsDocument)
-{
+    // A node of a loaded document is taken out of it.
     XmlDocumentPtr doc = load("<r><a>1</a><b>2</b></r>");
     XmlNodePtr a = handleOn(child(doc->GetRoot()->getlibXML2Node(), "a"));
-    EXPECT_EQ(a->SerializeOuterXml(), "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<a>1</a>\n");
+    EXPECT_EQ(a->SerializeOuterXml(), kDecl + "<a>1</a>\n");
     EXPECT_EQ(doc->GetRoot()->OuterXml(), "<r><b>2</b></r>");
     // The node belongs to nobody now: not to the scratch document, not to its old tree. It can be
     // put back, which also proves no link into the scratch document was left behind.
@@ -325,17 +207,15 @@ TEST(Serialisation, ScratchDocumentAndLockAreReleasedWhenWritingFails)
 {
     warmUp();
     XmlNodePtr node = tarn::CreateXmlNode("a", "t");
-    std::string written = "unset";
     {
         const tarntest::QuietLibxml2 quiet;
         tarntest::LibxmlAllocations allocations;
         allocations.failAfter(0);
-        written = node->SerializeOuterXml();
+        EXPECT_EQ(node->SerializeOuterXml(), "");
     }
-    EXPECT_EQ(written, "");
     EXPECT_EQ(tarn::g_tempDoc->children, nullptr);
     // A lock left held would hang the next call here (the mutex is not recursive).
-    EXPECT_EQ(node->SerializeOuterXml(), "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<a>t</a>\n");
+    EXPECT_EQ(node->SerializeOuterXml(), kDecl + "<a>t</a>\n");
 }
 
 TEST(Serialisation, OutOfMemoryRaisesBadAllocAndLeaksNothing)
@@ -359,23 +239,6 @@ TEST(Serialisation, OutOfMemoryRaisesBadAllocAndLeaksNothing)
     EXPECT_EQ(node->OuterXml(), "<a>t</a>");
 }
 
-TEST(Serialisation, XmlEncodeUsesLibxml2sEncoder)
-{
-    const std::pair<const char*, const char*> cases[] = {
-        {"a<b & \"c\"", "a&lt;b &amp; \"c\""},
-        {"", ""},
-        {"x>y'\t\n", "x&gt;y'\t\n"},
-        {"\r", "&#13;"},
-        {"\xc3\xa9", "&#xE9;"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.first);
-        EXPECT_EQ(tarn::XmlNode::XmlEncode(std::string(c.first)), c.second);
-        EXPECT_EQ(tarn::XmlNode::XmlEncode(c.first), c.second);
-    }
-    EXPECT_EQ(tarn::XmlNode::XmlEncode(static_cast<const char*>(nullptr)), "");
-}
-
 // Several threads serialise their own detached nodes through the one scratch document at once.
 TEST(Serialisation, SerializeOuterXmlOnSeveralThreads)
 {
@@ -389,8 +252,7 @@ TEST(Serialisation, SerializeOuterXmlOnSeveralThreads)
             const std::string nodeName = "n" + std::to_string(t);
             XmlNodePtr node = tarn::CreateXmlNode(nodeName, t);
             node->AddChild("c", "x");
-            const std::string expected = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<" + nodeName + ">" +
-                                         std::to_string(t) + "<c>x</c></" + nodeName + ">\n";
+            const std::string expected = kDecl + "<" + nodeName + ">" + std::to_string(t) + "<c>x</c></" + nodeName + ">\n";
             for (int i = 0; i < kIterations; ++i) {
                 if (node->SerializeOuterXml() != expected)
                     ++wrong;
@@ -410,24 +272,12 @@ TEST(Serialisation, SerializeOuterXmlOnSeveralThreads)
 
 TEST(Creation, AddChildWithValues)
 {
-    struct Case {
-        const char* label;
-        std::function<int(tarn::XmlNode&)> add;
-        const char* outer;
-    };
+    struct Case { const char* label; std::function<int(tarn::XmlNode&)> add; const char* outer; };
     const std::vector<Case> cases = {
-        {"empty text", [](tarn::XmlNode& n) { return n.AddChild("v", std::string()); }, "<v/>"},
-        {"markup chars", [](tarn::XmlNode& n) { return n.AddChild("v", std::string("1 < 2")); }, "<v>1 &lt; 2</v>"},
         {"literal entity", [](tarn::XmlNode& n) { return n.AddChild("v", std::string("1 &lt; 2")); },
          "<v>1 &amp;lt; 2</v>"},
         {"escaped", [](tarn::XmlNode& n) { return n.AddChildWithEscData("v", "1 &lt; 2&#65;"); }, "<v>1 &lt; 2A</v>"},
-        {"escaped entity", [](tarn::XmlNode& n) { return n.AddChildWithEscData("v", "&e;"); }, "<v>&e;</v>"},
-        {"bool", [](tarn::XmlNode& n) { return n.AddChild("v", true); }, "<v>true</v>"},
-        {"int", [](tarn::XmlNode& n) { return n.AddChild("n", -5); }, "<n>-5</n>"},
-        {"unsigned long long", [](tarn::XmlNode& n) { return n.AddChild("n", 18446744073709551615ULL); },
-         "<n>18446744073709551615</n>"},
         {"double", [](tarn::XmlNode& n) { return n.AddChild("n", 1.5); }, "<n>1.5</n>"},
-        {"char*", [](tarn::XmlNode& n) { return n.AddChild("c", "z"); }, "<c>z</c>"},
         // An invalid byte inside the value is marked; one cut off at the very end is dropped.
         {"sanitised", [](tarn::XmlNode& n) { return n.AddChild("a\x01", std::string("\x02\xc0x\xc3")); },
          "<a?>?\xef\xbf\xbdx</a?>"},
@@ -437,8 +287,7 @@ TEST(Creation, AddChildWithValues)
         XmlNodePtr parent = tarn::CreateXmlNode("p", "");
         EXPECT_EQ(c.add(*parent), 0);
         EXPECT_EQ(parent->InnerXml(), c.outer);
-        XmlNodePtr empty = tarn::CreateXmlNode();
-        EXPECT_EQ(c.add(*empty), -3);
+        EXPECT_EQ(c.add(*tarn::CreateXmlNode()), -3);
     }
 }
 
@@ -451,9 +300,9 @@ TEST(Creation, DeprecatedAddChildWritesATraceRecordOnEveryCall)
         EXPECT_EQ(parent->AddChild("second", static_cast<const char*>(nullptr)), -3);
         EXPECT_EQ(tarn::CreateXmlNode()->AddChild("third", "3"), -3);
         ASSERT_EQ(capture.records().size(), 3u);
-        const char* names[] = {"first", "second", "third"};
         for (int i = 0; i < 3; ++i) {
             const tarntest::LogRecord& record = capture.records()[i];
+            const char* const names[] = {"first", "second", "third"};
             EXPECT_EQ(record.level, log4cplus::TRACE_LOG_LEVEL);
             EXPECT_EQ(record.message, std::string("tarn::AddChild char* being called with name ") + names[i] +
                                           " is deprecated!");
@@ -470,60 +319,6 @@ TEST(Creation, DeprecatedAddChildWritesATraceRecordOnEveryCall)
     EXPECT_EQ(parent->OuterXml(), "<p><first>1</first><fourth>4</fourth></p>");
 }
 
-TEST(Creation, Factories)
-{
-    struct Case {
-        const char* label;
-        XmlNodePtr node;
-        const char* outer;
-    };
-    const std::vector<Case> cases = {
-        {"text", tarn::CreateXmlNode("a", std::string("b")), "<a>b</a>"},
-        {"char*", tarn::CreateXmlNode("a", "b"), "<a>b</a>"},
-        {"bool", tarn::CreateXmlNode("a", false), "<a>false</a>"},
-        {"int", tarn::CreateXmlNode("a", -1), "<a>-1</a>"},
-        {"unsigned long long", tarn::CreateXmlNode("a", 6ULL), "<a>6</a>"},
-        {"double", tarn::CreateXmlNode("a", 1e6), "<a>1e+06</a>"},
-        {"empty", tarn::CreateXmlNode("a", std::string()), "<a/>"},
-        {"no name", tarn::CreateXmlNode(), ""},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.label);
-        ASSERT_TRUE(c.node);
-        EXPECT_EQ(c.node->OuterXml(), c.outer);
-    }
-    EXPECT_FALSE(tarn::CreateXmlNode("a", static_cast<const char*>(nullptr)));
-
-    XmlNodePtr handle = tarn::CreateXmlNode("old", "");
-    EXPECT_EQ(tarn::Create(handle), 0);
-    ASSERT_TRUE(handle);
-    EXPECT_EQ(handle->getlibXML2Node(), nullptr);
-    EXPECT_EQ(tarn::Create(handle, "n", "v"), 0);
-    EXPECT_EQ(handle->OuterXml(), "<n>v</n>");
-    xmlNode* out = nullptr;
-    EXPECT_EQ(tarn::XmlNode::createLibXML2Node(nullptr, "n", "v", nullptr), -3);
-    EXPECT_EQ(tarn::XmlNode::createLibXML2NodeWithEscData(nullptr, "n", "v", nullptr), -3);
-    ASSERT_EQ(tarn::XmlNode::createLibXML2NodeWithEscData(nullptr, "n", "&amp;", &out), 0);
-    XmlNodePtr adopted = tarn::CreateXmlNode();
-    adopted->Initialize(out);
-    adopted->setCreatedNode(out);
-    EXPECT_EQ(adopted->OuterXml(), "<n>&amp;</n>");
-    EXPECT_EQ(adopted->GetData(), "&");
-}
-
-TEST(Moves, AddChildMovesANodeOutOfAnotherDocument)
-{
-    XmlDocumentPtr from = load("<f><m>1</m><n/></f>");
-    XmlDocumentPtr to = load("<t/>");
-    XmlNodePtr m = handleOn(child(from->GetRoot()->getlibXML2Node(), "m"));
-    ASSERT_EQ(to->GetRoot()->AddChild(m), 0);
-    EXPECT_EQ(from->GetRoot()->OuterXml(), "<f><n/></f>");
-    EXPECT_EQ(to->GetRoot()->OuterXml(), "<t><m>1</m></t>");
-    EXPECT_EQ(m->getlibXML2Node()->doc, to->GetRoot()->getlibXML2Node()->doc);
-    EXPECT_EQ(m->SetData("2"), 0); // the handle follows the node
-    from.reset();
-    EXPECT_EQ(to->GetRoot()->OuterXml(), "<t><m>2</m></t>");
-}
 
 TEST(Moves, NodeUnderItselfOrADescendantIsRefused)
 {
@@ -531,20 +326,12 @@ TEST(Moves, NodeUnderItselfOrADescendantIsRefused)
     xmlNode* const a = child(doc->GetRoot()->getlibXML2Node(), "a");
     xmlNode* const b = child(a, "b");
     xmlNode* const c = child(b, "c");
-    struct Case {
-        const char* label;
-        xmlNode* parent;
-        xmlNode* moved;
-    };
-    const Case cases[] = {{"itself", a, a}, {"child", b, a}, {"grandchild", c, a}, {"root under leaf", c,
-                                                                                     doc->GetRoot()->getlibXML2Node()}};
-    for (const Case& k : cases) {
-        SCOPED_TRACE(k.label);
-        XmlNodePtr parent = handleOn(k.parent);
-        XmlNodePtr moved = handleOn(k.moved);
+    const std::pair<xmlNode*, xmlNode*> cases[] = {{a, a}, {b, a}, {c, a}, {c, doc->GetRoot()->getlibXML2Node()}};
+    for (const auto& k : cases) { // {parent, moved}: itself, under a child, a grandchild, the root
+        XmlNodePtr parent = handleOn(k.first), moved = handleOn(k.second);
         EXPECT_EQ(parent->AddChild(moved), -1);
         EXPECT_EQ(parent->AddSibling(moved), -1);
-        EXPECT_EQ(moved->getlibXML2Node(), k.moved);
+        EXPECT_EQ(moved->getlibXML2Node(), k.second);
         EXPECT_EQ(doc->GetRoot()->OuterXml(), "<r><a><b><c/></b></a></r>");
     }
     // The same for a detached tree: the owning handle keeps its node.
@@ -609,11 +396,7 @@ TEST(Moves, AddSiblingEdgeCases)
     EXPECT_EQ(root->AddSibling(moved), 0);
     EXPECT_EQ(moved->getlibXML2Node(), nullptr);
     EXPECT_EQ(root->OuterXml(), "<r><a/><m>1</m></r>");
-
-    // AddChild with handles that have no node.
     EXPECT_EQ(root->AddChild(XmlNodePtr()), -3);
-    EXPECT_EQ(root->AddChild(tarn::CreateXmlNode()), -3);
-    EXPECT_EQ(tarn::CreateXmlNode()->AddChild(tarn::CreateXmlNode("x", "")), -3);
 }
 
 } // namespace

@@ -23,11 +23,8 @@ struct Loaded {
 
 Loaded load(const std::string& text)
 {
-    Loaded loaded;
-    loaded.doc = tarn::CreateXmlDocument(text);
-    if (loaded.doc)
-        loaded.root = loaded.doc->GetRoot();
-    return loaded;
+    tarn::XmlDocumentPtr doc = tarn::CreateXmlDocument(text);
+    return {doc, doc->GetRoot()};
 }
 
 const std::string kReplacement = "\xEF\xBF\xBD";  // U+FFFD
@@ -39,10 +36,6 @@ TEST(Attributes, TypedSettersStoreTheirText)
     struct Case { const char* expected; std::function<int(tarn::XmlNode&)> set; };
     const std::vector<Case> cases = {
         {"-2147483648", [](tarn::XmlNode& n) { return n.SetAttributeNumber("v", -2147483647 - 1); }},
-        {"-5", [](tarn::XmlNode& n) { return n.SetAttributeInt32("v", -5); }},
-        {"5", [](tarn::XmlNode& n) { return n.SetAttributeUInt32("v", 5u); }},
-        {"4294967295", [](tarn::XmlNode& n) { return n.SetAttributeULONG("v", 4294967295u); }},
-        {"-9223372036854775808", [](tarn::XmlNode& n) { return n.SetAttributeInt64("v", -9223372036854775807LL - 1); }},
         {"18446744073709551615", [](tarn::XmlNode& n) { return n.SetAttributeUInt64("v", 18446744073709551615ULL); }},
         {"0.5", [](tarn::XmlNode& n) { return n.SetAttributeDouble("v", 0.5); }},
         {"true", [](tarn::XmlNode& n) { return n.SetAttributeBool("v", true); }},
@@ -58,27 +51,11 @@ TEST(Attributes, TypedSettersStoreTheirText)
     }
 }
 
-TEST(Attributes, TypedGettersUseTheirOwnConversion)
-{
-    Loaded t = load("<e big=\"3000000000\" hex=\"0x1F\" neg=\"-3\" d=\"2.5\" blank=\"\"/>");
-    ASSERT_TRUE(t.root);
-    const tarn::XmlNode& e = *t.root;
-    EXPECT_EQ(e.GetAttributeUInt32("big"), 3000000000u);
-    EXPECT_EQ(e.GetAttributeULONG("big"), 3000000000u);
-    EXPECT_EQ(e.GetAttributeInt64("big"), 3000000000LL);
-    EXPECT_EQ(e.GetAttributeInt32("big"), 0);  // does not fit
-    EXPECT_EQ(e.GetAttributeUINT64("hex"), 31u);  // the identifier reading takes hexadecimal
-    EXPECT_EQ(e.GetAttributeUInt64("hex"), 0u);
-    EXPECT_EQ(e.GetAttributeNumber("neg"), -3);
-    EXPECT_DOUBLE_EQ(e.GetAttributeDouble("d"), 2.5);
-    EXPECT_EQ(e.GetAttributeInt32("missing"), 0);
-}
 
 TEST(Attributes, BoolReadsOneOrTrueInAnyCase)
 {
     const std::vector<std::pair<const char*, bool>> cases = {
-        {"1", true}, {"true", true}, {"TRUE", true}, {"tRuE", true}, {"01", false}, {" 1", false},
-        {"Y", false}, {"0", false}, {"-1", false}, {"false", false}, {"true ", false}, {"", false}};
+        {"1", true}, {"tRuE", true}, {"01", false}, {"Y", false}, {"-1", false}, {"true ", false}, {"", false}};
     XmlNodePtr node = tarn::CreateXmlNode("e", std::string());
     for (const auto& c : cases) {
         SCOPED_TRACE(c.first);
@@ -98,23 +75,7 @@ TEST(Attributes, EmptyValueCountsAsAbsentButCanBeRemoved)
     EXPECT_EQ(t.root->OuterXml(), "<e/>");
 }
 
-TEST(Attributes, SettingAgainReplacesTheValue)
-{
-    XmlNodePtr node = tarn::CreateXmlNode("e", std::string());
-    EXPECT_EQ(node->SetAttribute("a", "x"), 0);
-    EXPECT_EQ(node->SetAttribute("a", "y & <z>"), 0);
-    EXPECT_EQ(node->GetAttributeCount(), 1);
-    EXPECT_EQ(node->GetAttribute("a"), "y & <z>");  // stored literally, escaped when written
-    EXPECT_EQ(node->OuterXml(), "<e a=\"y &amp; &lt;z&gt;\"/>");
-}
 
-TEST(Attributes, CountSkipsNamespaceDeclarationsAndNonElements)
-{
-    Loaded t = load("<e xmlns='urn:u' xmlns:p='urn:v' p:a='1'><c/><d/> </e>");
-    EXPECT_EQ(t.root->GetAttributeCount(), 1);
-    EXPECT_EQ(t.root->GetChild()->GetAttributeCount(), 0);
-    EXPECT_EQ(t.root->GetLastChild()->GetAttributeCount(), 0);  // a text node
-}
 
 TEST(Attributes, InvalidUtf8IsStoredRepairedAndRemovalRepairsTheName)
 {
@@ -124,21 +85,8 @@ TEST(Attributes, InvalidUtf8IsStoredRepairedAndRemovalRepairsTheName)
     EXPECT_EQ(node->GetAttribute("n\xFFm"), "");  // reads do not repair the name
     EXPECT_TRUE(node->RemoveAttribute("n\xFFm"));
     EXPECT_EQ(node->GetAttributeCount(), 0);
-
-    const std::string longName(100000, 'n');
-    const std::string longValue(1000000, 'v');
-    EXPECT_EQ(node->SetAttribute(longName, longValue), 0);
-    EXPECT_EQ(node->GetAttribute(longName), longValue);
 }
 
-TEST(Attributes, DefaultFromTheDtdIsReadButNotRemoved)
-{
-    Loaded t = load("<!DOCTYPE e [<!ATTLIST e d CDATA 'dv'>]><e/>");
-    ASSERT_TRUE(t.root);
-    EXPECT_EQ(t.root->GetAttribute("d"), "dv");
-    EXPECT_FALSE(t.root->RemoveAttribute("d"));
-    EXPECT_EQ(t.root->GetAttributeCount(), 0);
-}
 
 // --- Child lookup and child content --------------------------------------------------------------
 
@@ -148,40 +96,17 @@ TEST(Children, OnlyElementsCountButLastChildIsAnyKind)
     _xmlNode* r = t.root->getlibXML2Node();
     EXPECT_EQ(t.root->GetChildCount(), 3);
     EXPECT_EQ(t.root->GetChild()->getlibXML2Node(), r->children->next);
-    EXPECT_EQ(t.root->GetChild("b")->GetName(), "b");
-    EXPECT_TRUE(t.root->ChildExists("a"));
     EXPECT_FALSE(t.root->ChildExists("A"));
     EXPECT_EQ(t.root->GetLastChild()->getlibXML2Node(), r->last);
 
-    Loaded blank = load("<r><a/> </r>");
-    XmlNodePtr last = blank.root->GetLastChild();
-    EXPECT_EQ(last->GetName(), "text");
-    EXPECT_EQ(last->getlibXML2Node()->type, XML_TEXT_NODE);
-    EXPECT_EQ(last->GetChildCount(), 0);
-    EXPECT_FALSE(last->GetChild());
-
     Loaded childless = load("<r/>");
     for (XmlNodePtr none : {childless.root, tarn::CreateXmlNode()}) {
-        EXPECT_FALSE(none->GetChild());
-        EXPECT_FALSE(none->GetChild("a"));
-        EXPECT_FALSE(none->GetLastChild());
+        EXPECT_FALSE(none->GetChild() || none->GetChild("a") || none->GetLastChild());
         EXPECT_EQ(none->GetChildCount(), 0);
         EXPECT_EQ(none->RemoveChild("a"), -1);
-        EXPECT_EQ(none->GetAttributeCount(), 0);
-        EXPECT_FALSE(none->HasAttribute("a") || none->RemoveAttribute("a"));
     }
 }
 
-TEST(Children, EntityReferenceHasNoChildren)
-{
-    Loaded t = load("<!DOCTYPE r [<!ENTITY e '<x/>'>]><r>&e;</r>");
-    XmlNodePtr ref = t.root->GetLastChild();
-    ASSERT_EQ(ref->getlibXML2Node()->type, XML_ENTITY_REF_NODE);
-    EXPECT_FALSE(ref->GetLastChild());
-    EXPECT_FALSE(ref->GetChild());
-    EXPECT_EQ(ref->GetChildCount(), 0);
-    EXPECT_EQ(ref->Clone()->GetName(), "e");  // the copy does not take the declaration along
-}
 
 TEST(Children, ContentOfPresentAndMissingChildren)
 {
@@ -189,21 +114,16 @@ TEST(Children, ContentOfPresentAndMissingChildren)
     Loaded t = load("<r><n>7</n><e></e><big>3000000000</big><h>0x1F</h><d>2.5</d><f>1</f><g>Y</g>"
                     "<t>tRuE</t><x>a<i>1</i><j/></x></r>");
     const tarn::XmlNode& r = *t.root;
-    struct Case { const char* name; long long present; long long missing; std::function<long long(const char*)> get; };
+    struct Case { const char* name; long long present, missing; std::function<long long(const char*)> get; };
     const std::vector<Case> cases = {
         {"n", 7, -1, [&](const char* n) { return r.GetDataNumber(n); }},
         {"e", 0, -1, [&](const char* n) { return r.GetDataNumber(n); }},  // present, empty text
         {"n", 7, 0, [&](const char* n) { return r.GetChildDataNumber(n); }},
-        {"n", 7, 0, [&](const char* n) { return r.GetChildDataInt32(n); }},
         {"big", 3000000000LL, 0, [&](const char* n) { return r.GetChildDataUInt(n); }},
-        {"big", 3000000000LL, 0, [&](const char* n) { return r.GetChildDataULONG(n); }},
-        {"big", 3000000000LL, 0, [&](const char* n) { return r.GetChildDataUInt32(n); }},
-        {"big", 3000000000LL, 0, [&](const char* n) { return r.GetChildDataInt64(n); }},
         {"h", 0, 0, [&](const char* n) { return static_cast<long long>(r.GetChildDataUInt64(n)); }},
         {"h", 31, 0, [&](const char* n) { return static_cast<long long>(r.GetChildDataUINT64(n)); }},
         {"f", 1, 0, [&](const char* n) { return r.GetChildDataBool(n); }},
         {"g", 0, 0, [&](const char* n) { return r.GetChildDataBool(n); }},  // "Y" is not true here
-        {"t", 1, 0, [&](const char* n) { return r.GetChildDataBool(n); }},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -212,28 +132,11 @@ TEST(Children, ContentOfPresentAndMissingChildren)
     }
     EXPECT_DOUBLE_EQ(r.GetChildDataDouble("d"), 2.5);
     EXPECT_EQ(r.GetChildDataDouble("missing"), 0.0);
-    EXPECT_EQ(r.GetChildData("x"), "a");
-    EXPECT_EQ(r.GetData("n"), "7");
     EXPECT_EQ(r.GetChildInnerXml("x"), "a<i>1</i><j/>");
-    EXPECT_EQ(r.GetChildData("missing"), "");
     EXPECT_EQ(r.GetChildInnerXml("missing"), "");
     EXPECT_TRUE(capture.assertions().empty());  // a missing child is not serialised
 }
 
-TEST(Children, BadNamesFindNothing)
-{
-    Loaded t = load("<r><a>1</a></r>");
-    const std::vector<std::string> names = {"", "\xFF", "a\xC3", std::string("a\0b", 3), std::string(1 << 20, 'a')};
-    for (const std::string& name : names) {
-        SCOPED_TRACE(name.size());
-        EXPECT_FALSE(t.root->ChildExists(name));
-        EXPECT_FALSE(t.root->GetChild(name));
-        EXPECT_EQ(t.root->GetDataNumber(name), -1);
-        EXPECT_EQ(t.root->GetChildDataInt32(name), 0);
-        EXPECT_EQ(t.root->RemoveChild(name), -1);
-    }
-    EXPECT_EQ(t.root->OuterXml(), "<r><a>1</a></r>");
-}
 
 TEST(Children, RemoveChildTakesEveryDirectMatchWithItsSubtree)
 {
@@ -251,39 +154,9 @@ TEST(Children, RemoveChildTakesEveryDirectMatchWithItsSubtree)
     EXPECT_EQ(many.root->OuterXml(), "<r><b/></r>");
 }
 
-TEST(Children, LookupsAreIndependentHandlesOnOneNode)
-{
-    Loaded t = load("<r><a>1</a></r>");
-    XmlNodePtr first = t.root->GetChild("a");
-    XmlNodePtr second = t.root->GetChild("a");
-    EXPECT_NE(first.get(), second.get());
-    EXPECT_EQ(first->SetData("2"), 0);
-    EXPECT_EQ(second->GetData(), "2");
-    first.reset();  // frees nothing
-    EXPECT_EQ(t.root->OuterXml(), "<r><a>2</a></r>");
-}
 
 // --- Clone and copy ------------------------------------------------------------------------------
 
-TEST(Clone, DeepDetachedCopyThatOutlivesItsDocument)
-{
-    Loaded t = load("<p:r xmlns:p='urn:u'><p:a x='1'><b>t</b></p:a></p:r>");
-    XmlNodePtr source = t.root->GetChild("a");
-    XmlNodePtr clone = source->Clone();
-    XmlNodePtr copy = source->Copy();
-    ASSERT_TRUE(clone && copy);
-    EXPECT_NE(clone->getlibXML2Node(), copy->getlibXML2Node());
-    EXPECT_EQ(clone->getlibXML2Node()->parent, nullptr);
-    EXPECT_EQ(clone->getlibXML2Node()->doc, nullptr);
-    EXPECT_EQ(copy->OuterXml(), clone->OuterXml());
-    EXPECT_EQ(clone->SetAttribute("x", "2"), 0);
-    EXPECT_EQ(clone->GetChild("b")->SetData("u"), 0);
-    EXPECT_EQ(source->OuterXml(), "<p:a x=\"1\"><b>t</b></p:a>");
-    EXPECT_EQ(clone->GetChildCount(), 1);
-    t = Loaded();  // the source document goes; the clone keeps its own namespace
-    EXPECT_EQ(clone->OuterXml(), "<p:a xmlns:p=\"urn:u\" x=\"2\"><b>u</b></p:a>");
-    EXPECT_FALSE(tarn::CreateXmlNode()->Clone());
-}
 
 TEST(Clone, OwnershipOnEveryPath)
 {
@@ -292,8 +165,6 @@ TEST(Clone, OwnershipOnEveryPath)
     XmlNodePtr dropped = t.root->Clone();
     EXPECT_EQ(dropped->AddChild("extra", std::string("1")), 0);
     dropped.reset();
-    // A cloned text node.
-    EXPECT_EQ(t.root->GetLastChild()->Clone()->GetName(), "text");
     // Removed through its own handle: freed once.
     XmlNodePtr removed = t.root->Clone();
     removed->Remove();
@@ -316,7 +187,6 @@ TEST(DocumentCopy, SharesNothingWithTheSource)
     XmlNodePtr copyRoot = copy->GetRoot();
     EXPECT_NE(copyRoot.get(), source->GetRoot().get());
     EXPECT_NE(copyRoot->getlibXML2Node(), source->GetRoot()->getlibXML2Node());
-    EXPECT_EQ(copyRoot->OuterXml(), source->GetRoot()->OuterXml());
     EXPECT_EQ(copy->Load("<z/>", false), 0);
     EXPECT_EQ(source->GetRoot()->OuterXml(), "<r a=\"1\"><c/></r>");
 
@@ -324,7 +194,6 @@ TEST(DocumentCopy, SharesNothingWithTheSource)
     source.reset();  // the copy outlives its source
     EXPECT_EQ(second->GetRoot()->GetChildCount(), 1);
 
-    EXPECT_FALSE(tarn::CreateXmlDocument()->Copy()->GetRoot());
     EXPECT_FALSE(tarn::CreateXmlDocument(tarn::XmlDocumentPtr()));
 }
 
