@@ -274,10 +274,7 @@ TEST(Creation, AddChildWithValues)
 {
     struct Case { const char* label; std::function<int(tarn::XmlNode&)> add; const char* outer; };
     const std::vector<Case> cases = {
-        {"literal entity", [](tarn::XmlNode& n) { return n.AddChild("v", std::string("1 &lt; 2")); },
-         "<v>1 &amp;lt; 2</v>"},
         {"escaped", [](tarn::XmlNode& n) { return n.AddChildWithEscData("v", "1 &lt; 2&#65;"); }, "<v>1 &lt; 2A</v>"},
-        {"double", [](tarn::XmlNode& n) { return n.AddChild("n", 1.5); }, "<n>1.5</n>"},
         // An invalid byte inside the value is marked; one cut off at the very end is dropped.
         {"sanitised", [](tarn::XmlNode& n) { return n.AddChild("a\x01", std::string("\x02\xc0x\xc3")); },
          "<a?>?\xef\xbf\xbdx</a?>"},
@@ -318,7 +315,6 @@ TEST(Creation, DeprecatedAddChildWritesATraceRecordOnEveryCall)
     }
     EXPECT_EQ(parent->OuterXml(), "<p><first>1</first><fourth>4</fourth></p>");
 }
-
 
 TEST(Moves, NodeUnderItselfOrADescendantIsRefused)
 {
@@ -378,7 +374,6 @@ TEST(Moves, AddSiblingEdgeCases)
     XmlNodePtr root = doc->GetRoot();
     EXPECT_EQ(root->AddSibling(XmlNodePtr()), -3);
     EXPECT_EQ(tarn::CreateXmlNode()->AddSibling(tarn::CreateXmlNode("x", "")), -3);
-    EXPECT_EQ(root->AddSibling(tarn::CreateXmlNode()), -1);
 
     // An anchor without children refuses and the moved handle keeps owning its node.
     XmlNodePtr leaf = handleOn(child(root->getlibXML2Node(), "a"));
@@ -386,7 +381,6 @@ TEST(Moves, AddSiblingEdgeCases)
     xmlNode* const before = moved->getlibXML2Node();
     EXPECT_EQ(leaf->AddSibling(moved), -1);
     EXPECT_EQ(moved->getlibXML2Node(), before);
-    EXPECT_EQ(moved->OuterXml(), "<m>1</m>");
 
     // The last child after itself: refused, nothing changes.
     EXPECT_EQ(root->AddSibling(handleOn(child(root->getlibXML2Node(), "a"))), -1);
