@@ -26,7 +26,7 @@ struct Case {
     string input, expected;
 };
 
-TEST(XmlEntities, EncodeTable)
+TEST(XmlEntities, EncodeTableAndInvalidUtf8)
 {
     const Case cases[] = {
         {"", ""}, {"a<b & 'c'", "a&lt;b &amp; &apos;c&apos;"}, {"x\">y", "x&quot;&gt;y"}, {" ~!}", " ~!}"},
@@ -45,15 +45,9 @@ TEST(XmlEntities, EncodeTable)
     EXPECT_EQ(XmlHelper::XmlEncode(static_cast<const char*>(nullptr)), "");
     // Every character expands: the output outgrows the first buffer guess many times over.
     string in, out;
-    for (int i = 0; i < 30000; ++i) {
-        in += "'a\xF0\x9F\x98\x80\x01";
-        out += "&apos;a&#x1F600;&#x1;";
-    }
+    for (int i = 0; i < 30000; ++i)
+        in += "'a\xF0\x9F\x98\x80\x01", out += "&apos;a&#x1F600;&#x1;";
     EXPECT_EQ(XmlHelper::XmlEncode(in), out);
-}
-
-TEST(XmlEntities, EncodeThrowsOnInvalidUtf8)
-{
     // A zero byte inside a sequence is a broken sequence, not the end of the text.
     for (const string& s : {string("\xFF"), string("ab\x80"), string("\xC0\x80"), string("\xE0\x80\x80"),
                             string("\xC3\x41"), string("\xE2\x28\xA1"), string("\xF8\x88\x80\x80\x80"),
