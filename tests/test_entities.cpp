@@ -22,9 +22,7 @@ using std::string;
 template <std::size_t N>
 string bytes(const char (&literal)[N]) { return string(literal, N - 1); }
 
-struct Case {
-    string input, expected;
-};
+struct Case { string input, expected; };
 
 TEST(XmlEntities, EncodeTableAndInvalidUtf8)
 {

@@ -24,10 +24,7 @@ pugi::xml_document parsed(const char* text)
 TEST(PugiPrint, LayoutByFlagsAndIndent)
 {
     pugi::xml_document doc = parsed("<r k=\"v\"><a><b>t</b></a><c/></r>");
-    const struct {
-        bool formatted;
-        const char *indent, *outer, *inner;
-    } rows[] = {
+    const struct { bool formatted; const char *indent, *outer, *inner; } rows[] = {
         {false, "  ", "<r k=\"v\"><a><b>t</b></a><c/></r>", "<a><b>t</b></a><c/>"},
         {false, nullptr, "<r k=\"v\"><a><b>t</b></a><c/></r>", "<a><b>t</b></a><c/>"},
         {true, "  ", "<r k=\"v\">\n  <a>\n    <b>t</b>\n  </a>\n  <c />\n</r>\n", "<a>\n  <b>t</b>\n</a>\n<c />\n"},

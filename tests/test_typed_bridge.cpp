@@ -91,11 +91,9 @@ TEST(TypedBridge, FromXmlWithNothingToReadLeavesTheOutput)
 {
     XmlNodePtr parent = tarn::CreateXmlNode("p", ""), empty, noNode = tarn::CreateXmlNode();
     ASSERT_EQ(XmlHelper::toXml("", parent, "empty"), 0);
-    const struct {
-        XmlNodePtr* node;
-        const char* name;
-    } places[] = {{&parent, "missing"}, {&parent, "empty"}, {&parent, nullptr}, {&empty, "a"},
-                  {&empty, nullptr},    {&noNode, "a"},     {&noNode, nullptr}};
+    const struct { XmlNodePtr* node; const char* name; } places[] = {
+        {&parent, "missing"}, {&parent, "empty"}, {&parent, nullptr}, {&empty, "a"}, {&empty, nullptr},
+        {&noNode, "a"}, {&noNode, nullptr}};
     for (const auto& w : places) {
         int i = 11;
         double d = 15.5;

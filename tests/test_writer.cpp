@@ -104,9 +104,7 @@ TEST(Writer, ContentAndMisuse)
 
 TEST(Writer, ValuesStoredRepaired)
 {
-    const struct {
-        std::string value, stored;
-    } rows[] = {
+    const struct { std::string value, stored; } rows[] = {
         {"\xC3\xA9\xF0\x9F\x98\x80", "\xC3\xA9\xF0\x9F\x98\x80"}, {"a\xFF" "b", "a\xEF\xBF\xBD" "b"},
         {"\xED\xA0\x80", "\xEF\xBF\xBD"}, {"\xC0\x80x", "\xEF\xBF\xBDx"}, {"a\xC3", "a"}, {"a\x01" "b\x7F", "a?b?"},
     };
