@@ -47,6 +47,9 @@ struct HostileCase {
     std::function<std::string()> make;  // the document's bytes
 };
 
+// gtest would otherwise print the parameter's raw bytes, padding included.
+void PrintTo(const HostileCase& c, std::ostream* out) { *out << c.name; }
+
 std::string fromFile(const std::string& name) { return tarntest::readFile(kDataDir + name); }
 
 std::string quadraticBlowup()
