@@ -2,20 +2,14 @@
 // their results in which order.
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlIterators.h"
-#include "tarnxml/XmlNode.h"
 
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
-#include <libxml/xmlmemory.h>
 #include <libxml/xpath.h>
-
 #include <malloc.h>
 
-#include <cstring>
 #include <set>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -24,8 +18,7 @@ typedef std::vector<std::string> Names;
 
 // Walks an iterator to its end, from GetFirst or (with `first` false) with GetNext only, and
 // labels each element with its name and id attribute.
-Names walk(XmlNodeIterator* iterator, bool first = true)
-{
+Names walk(XmlNodeIterator* iterator, bool first = true) {
     Names labels;
     XmlNodePtr node = iterator == nullptr ? XmlNodePtr() : first ? iterator->GetFirst() : iterator->GetNext();
     for (; node; node = iterator->GetNext())
@@ -33,17 +26,13 @@ Names walk(XmlNodeIterator* iterator, bool first = true)
     return labels;
 }
 
-XmlNodePtr handleOn(xmlNode* node)
-{
+XmlNodePtr handleOn(xmlNode* node) {
     XmlNodePtr handle = CreateXmlNode();
     handle->Initialize(node);
     return handle;
 }
 
-// --- Child and attribute iterators ---------------------------------------------------------------
-
-TEST(ChildIterator, YieldsOnlyElementChildrenInDocumentOrder)
-{
+TEST(ChildIterator, YieldsOnlyElementChildrenInDocumentOrder) {
     const std::pair<const char*, Names> cases[] = {
         {"<r>t<a/><!--c--><b/>u</r>", {"a", "b"}},
         {"<r>t<!--c--><?pi x?><![CDATA[d]]></r>", {}},
@@ -60,35 +49,29 @@ TEST(ChildIterator, YieldsOnlyElementChildrenInDocumentOrder)
     }
 }
 
-TEST(ChildIterator, OneReusedItemKeptPositionAndReaiming)
-{
+TEST(ChildIterator, OneReusedItemKeptPositionAndReaiming) {
     const XmlDocumentPtr document = CreateXmlDocument("<r><p><a/><b/></p><q><c/></q></r>");
     const XmlNodePtr handle = handleOn(document->GetRoot()->getlibXML2Node()->children);
     XmlNodeIterator* iterator = handle->GetIterator();
     EXPECT_FALSE(iterator->GetNext()); // no position yet
     const XmlNodePtr item = iterator->GetFirst();
     ASSERT_TRUE(item);
-    EXPECT_EQ(item->GetName(), "a");
     // Asking again hands out the same iterator, still in place, and the same item.
     EXPECT_EQ(handle->GetIterator(), iterator);
     EXPECT_EQ(handle->GetIterator()->GetNext().get(), item.get());
     EXPECT_EQ(item->GetName(), "b");
-    EXPECT_FALSE(iterator->GetNext());
-    EXPECT_FALSE(iterator->GetNext());
+    EXPECT_FALSE(iterator->GetNext() || iterator->GetNext());
     EXPECT_EQ(item->getlibXML2Node(), nullptr); // the item ends on no node
     EXPECT_EQ(walk(iterator), Names({"a", "b"}));
-
     // Re-pointing the handle re-aims its iterator, with no position, on the next request.
     ASSERT_TRUE(iterator->GetFirst());
     handle->Initialize(handle->getlibXML2Node()->next);
     EXPECT_FALSE(handle->GetIterator()->GetNext());
     EXPECT_EQ(walk(handle->GetIterator()), Names({"c"}));
     handle->Initialize(nullptr);
-    EXPECT_FALSE(handle->GetIterator()->GetFirst());
-    EXPECT_FALSE(handle->GetAttributeIterator()->GetFirst());
+    EXPECT_FALSE(handle->GetIterator()->GetFirst() || handle->GetAttributeIterator()->GetFirst());
     XmlNodeIterator unaimed;
     EXPECT_FALSE(unaimed.GetFirst() || unaimed.GetNext());
-
     // Without a root element the document has nothing to walk.
     EXPECT_EQ(CreateXmlDocument()->GetIterator(), nullptr);
     XmlNodePtr root = document->GetRoot();
@@ -96,61 +79,40 @@ TEST(ChildIterator, OneReusedItemKeptPositionAndReaiming)
     EXPECT_EQ(document->GetIterator(), nullptr);
 }
 
-Names attributes(XmlAttributeIterator* iterator)
-{
-    Names seen;
-    for (XmlAttributePtr attribute = iterator->GetFirst(); attribute; attribute = iterator->GetNext())
-        seen.push_back(attribute->GetName() + "=" + attribute->GetValue());
-    return seen;
-}
-
-TEST(AttributeIterator, YieldsNameAndValueOfEachAttribute)
-{
-    const std::pair<const char*, Names> cases[] = {
-        {"<e a=\"1\" b=\"\"/>", {"a=1", "b="}},
-        {"<e/>", {}},
-        {"<e a=\"x&amp;y &lt;z&gt;\"/>", {"a=x&y <z>"}},
+TEST(AttributeIterator, YieldsEachAttributeThroughOneReusedView) {
+    const std::pair<const char*, std::string> cases[] = {
+        {"<e a=\"1\" b=\"\"/>", "a=1 b= "}, {"<e/>", ""}, {"<e a=\"x&amp;y &lt;z&gt;\"/>", "a=x&y <z> "},
         // Namespace declarations are not attributes; prefixed attributes give their local name.
-        {"<e xmlns=\"urn:u\" xmlns:p=\"urn:v\" p:a=\"1\" b=\"2\"/>", {"a=1", "b=2"}},
+        {"<e xmlns=\"urn:u\" xmlns:p=\"urn:v\" p:a=\"1\" b=\"2\"/>", "a=1 b=2 "},
         // Only the value's first piece is read: an entity reference splits it.
-        {"<!DOCTYPE e [<!ENTITY x \"X\">]><e a=\"p&x;q\" b=\"&x;\"/>", {"a=p", "b=X"}},
+        {"<!DOCTYPE e [<!ENTITY x \"X\">]><e a=\"p&x;q\" b=\"&x;\"/>", "a=p b=X "},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.first);
         const XmlDocumentPtr document = CreateXmlDocument(c.first);
-        ASSERT_TRUE(document);
-        EXPECT_EQ(attributes(document->GetRoot()->GetAttributeIterator()), c.second);
+        XmlAttributeIterator* iterator = document->GetRoot()->GetAttributeIterator();
+        EXPECT_FALSE(iterator->GetNext()); // not started
+        const XmlAttributePtr item = iterator->GetFirst();
+        std::string seen;
+        for (XmlAttributePtr view = item; view; view = document->GetRoot()->GetAttributeIterator()->GetNext()) {
+            EXPECT_EQ(view.get(), item.get());
+            seen += view->GetName() + "=" + view->GetValue() + " ";
+        }
+        EXPECT_EQ(seen, c.second);
+        EXPECT_FALSE(iterator->GetNext());
+        EXPECT_EQ(item ? item->GetName() + item->GetValue() : "", ""); // ends on no attribute
     }
     // An attribute without any value node, and a view of nothing, read empty.
     const XmlNodePtr node = CreateXmlNode("e", "");
     ASSERT_NE(xmlNewProp(node->getlibXML2Node(), reinterpret_cast<const xmlChar*>("n"), nullptr), nullptr);
-    EXPECT_EQ(attributes(node->GetAttributeIterator()), Names({"n="}));
-    EXPECT_EQ(XmlAttribute().GetName() + XmlAttribute().GetValue(), "");
+    EXPECT_EQ(node->GetAttributeIterator()->GetFirst()->GetName(), "n");
+    EXPECT_EQ(node->GetAttributeIterator()->GetFirst()->GetValue() + XmlAttribute().GetName() + XmlAttribute().GetValue(), "");
 }
-
-TEST(AttributeIterator, ReusedViewEndsOnNoAttribute)
-{
-    const XmlDocumentPtr document = CreateXmlDocument("<e a=\"1\" b=\"2\"/>");
-    const XmlNodePtr root = document->GetRoot();
-    XmlAttributeIterator* iterator = root->GetAttributeIterator();
-    EXPECT_FALSE(iterator->GetNext()); // not started
-    const XmlAttributePtr item = iterator->GetFirst();
-    ASSERT_TRUE(item);
-    EXPECT_EQ(root->GetAttributeIterator(), iterator);
-    EXPECT_EQ(root->GetAttributeIterator()->GetNext().get(), item.get());
-    EXPECT_EQ(item->GetName(), "b");
-    EXPECT_FALSE(iterator->GetNext());
-    EXPECT_FALSE(iterator->GetNext());
-    EXPECT_EQ(item->GetName() + item->GetValue(), "");
-}
-
-// --- XPath queries -------------------------------------------------------------------------------
 
 const char* const kRecords =
     "<r><a id=\"1\"/><b id=\"2\">t<a id=\"3\"/></b><a id=\"4\">u</a><c><d><a id=\"5\"/></d></c></r>";
 
-TEST(XPath, QueriesYieldOnlyTheSelectedElements)
-{
+TEST(XPath, QueriesYieldOnlyTheSelectedElements) {
     struct Case {
         bool onB; // asked of a handle on b rather than of the document
         const char* xpath;
@@ -178,8 +140,7 @@ TEST(XPath, QueriesYieldOnlyTheSelectedElements)
     }
 }
 
-TEST(XPath, ExpressionsThatGiveNoNodeSetKeepThePreviousResultAndPosition)
-{
+TEST(XPath, ExpressionsThatGiveNoNodeSetKeepThePreviousResultAndPosition) {
     const char* const failing[] = {
         "count(//a)", "'text'", "true()", "1 div 0", "string(//a/@id)", // not node sets
         "//a[", "", "///", "a b", "//a]", "@",                          // syntax errors
@@ -188,24 +149,21 @@ TEST(XPath, ExpressionsThatGiveNoNodeSetKeepThePreviousResultAndPosition)
         "//a[@id='1'", "\xff\xfe",                                      // unterminated, bad bytes
     };
     const tarntest::QuietLibxml2 quiet;
-    const XmlDocumentPtr document = CreateXmlDocument(kRecords);
+    const XmlDocumentPtr document = CreateXmlDocument(kRecords), fresh = CreateXmlDocument(kRecords);
     const XmlNodePtr b = handleOn(document->GetRoot()->getlibXML2Node()->children->next);
-    // A document and a handle that never had a good query: nothing to walk.
-    const XmlDocumentPtr fresh = CreateXmlDocument(kRecords);
     const XmlNodePtr freshHandle = CreateXmlNode("x", "");
     for (const char* xpath : failing) {
         SCOPED_TRACE(xpath);
+        // A document and a handle that never had a good query: nothing to walk.
         EXPECT_EQ(walk(fresh->GetIterator(xpath)), Names());
         ASSERT_NE(freshHandle->GetIterator(xpath), nullptr);
         EXPECT_EQ(walk(freshHandle->GetIterator(xpath)), Names());
-
         // After a good query, the failing one leaves the result and the position alone.
         XPathNodeIterator* iterator = document->GetIterator("//a");
         ASSERT_TRUE(iterator->GetFirst());
         EXPECT_EQ(document->GetIterator(xpath), iterator);
         EXPECT_EQ(walk(iterator, false), Names({"a3", "a4", "a5"}));
         EXPECT_EQ(walk(iterator), Names({"a1", "a3", "a4", "a5"}));
-
         XPathNodeIterator* handleIterator = b->GetIterator("a|..");
         ASSERT_TRUE(handleIterator->GetFirst());
         EXPECT_EQ(b->GetIterator(xpath), handleIterator);
@@ -213,18 +171,15 @@ TEST(XPath, ExpressionsThatGiveNoNodeSetKeepThePreviousResultAndPosition)
     }
 }
 
-TEST(XPath, WalkEndsWithTheItemOnTheLastNode)
-{
+TEST(XPath, WalkEndsWithTheItemOnTheLastNode) {
     const XmlDocumentPtr document = CreateXmlDocument(kRecords);
     XPathNodeIterator* iterator = document->GetIterator("/r/a | //d");
     const XmlNodePtr item = iterator->GetFirst();
     ASSERT_TRUE(item);
-    EXPECT_EQ(item->GetAttribute("id"), "1");
     EXPECT_EQ(iterator->GetNext().get(), item.get());
     EXPECT_EQ(item->GetAttribute("id"), "4");
     ASSERT_TRUE(iterator->GetNext());
-    EXPECT_FALSE(iterator->GetNext());
-    EXPECT_FALSE(iterator->GetNext());
+    EXPECT_FALSE(iterator->GetNext() || iterator->GetNext());
     EXPECT_EQ(item->GetName(), "d");
     // A result without elements, even an empty one, replaces the previous result; the item
     // stays where the previous walk left it.
@@ -235,8 +190,7 @@ TEST(XPath, WalkEndsWithTheItemOnTheLastNode)
     }
 }
 
-TEST(XPath, MissingNodeOrTreeGivesNoIterator)
-{
+TEST(XPath, MissingNodeOrTreeGivesNoIterator) {
     EXPECT_EQ(CreateXmlNode()->GetIterator("."), nullptr);
     EXPECT_EQ(CreateXmlDocument()->GetIterator("//a"), nullptr);
     // A failed load leaves the document without a tree, and without its old iterator.
@@ -249,14 +203,12 @@ TEST(XPath, MissingNodeOrTreeGivesNoIterator)
     EXPECT_EQ(walk(document->GetIterator("//a")), Names({"a9"}));
     document->reset();
     EXPECT_EQ(document->GetIterator("//a"), nullptr);
-
-    // A detached node is queried without a document.
+    // A detached node is queried without a document; a number computed over the missing document
+    // keeps the previous result.
     const XmlNodePtr node = CreateXmlNode("top", "");
     ASSERT_EQ(node->AddChild("a", std::string("x")), 0);
     const std::pair<const char*, Names> cases[] = {
-        {"a", {"a"}}, {".", {"top"}}, {"..", {}}, {"/", {}}, {"//a", {}}, {"a", {"a"}},
-        // A number computed over the missing document keeps the previous result.
-        {"count(/) + count(//a)", {"a"}},
+        {"a", {"a"}}, {".", {"top"}}, {"..", {}}, {"/", {}}, {"//a", {}}, {"a", {"a"}}, {"count(/) + count(//a)", {"a"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.first);
@@ -272,20 +224,15 @@ TEST(XPath, MissingNodeOrTreeGivesNoIterator)
 // hands a kept block to xmlFree a second time, which the trap counts.
 std::set<void*> g_kept;
 int g_touched = 0;
+xmlNode g_element{};
 
-void keep(void* block)
-{
-    static xmlNode element = [] {
-        xmlNode node{};
-        node.type = XML_ELEMENT_NODE;
-        return node;
-    }();
+void keep(void* block) {
     if (block == nullptr || !g_kept.insert(block).second) {
         g_touched += block != nullptr;
     } else if (malloc_usable_size(block) >= sizeof(xmlNs)) {
         xmlNs* dressed = static_cast<xmlNs*>(block);
-        std::memset(static_cast<void*>(dressed), 0, sizeof(xmlNs));
-        dressed->next = reinterpret_cast<xmlNs*>(&element);
+        *dressed = xmlNs{};
+        dressed->next = reinterpret_cast<xmlNs*>(&g_element);
         dressed->type = XML_NAMESPACE_DECL;
     }
 }
@@ -295,25 +242,21 @@ struct FreedTreeTrap {
     xmlMallocFunc savedMalloc;
     xmlReallocFunc savedRealloc;
     xmlStrdupFunc savedStrdup;
-    FreedTreeTrap()
-    {
+    FreedTreeTrap() {
+        g_element.type = XML_ELEMENT_NODE;
         xmlMemGet(&savedFree, &savedMalloc, &savedRealloc, &savedStrdup);
         xmlMemSetup(keep, savedMalloc, savedRealloc, savedStrdup);
     }
-    ~FreedTreeTrap()
-    {
+    ~FreedTreeTrap() {
         xmlMemSetup(savedFree, savedMalloc, savedRealloc, savedStrdup);
         for (void* block : g_kept)
             savedFree(block);
-        g_kept.clear();
     }
 };
 
-TEST(XPath, DocumentDestroyedBeforeTheHandleHoldingItsResult)
-{
-    const FreedTreeTrap trap;
-    g_touched = 0;
+TEST(XPath, DocumentDestroyedBeforeTheHandleHoldingItsResult) {
     XmlNodePtr handle, root, item;
+    const FreedTreeTrap trap;
     {
         const XmlDocumentPtr document = CreateXmlDocument(kRecords);
         // A handle pointed into the tree, the document's shared root handle, and the document's
@@ -322,13 +265,10 @@ TEST(XPath, DocumentDestroyedBeforeTheHandleHoldingItsResult)
         ASSERT_EQ(walk(handle->GetIterator("//a")).size(), 4U);
         root = document->GetRoot();
         item = root->GetIterator("//*")->GetFirst();
-        ASSERT_TRUE(item);
         ASSERT_EQ(walk(document->GetIterator("//b")).size(), 1U);
     }
     // Freeing the results must not read the nodes of the freed tree.
-    handle.reset();
-    root.reset();
-    item.reset();
+    handle.reset(), root.reset(), item.reset();
     EXPECT_EQ(g_touched, 0);
 }
 
