@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <tuple>
 
 #include <libxml/tree.h>
 
@@ -9,7 +10,6 @@
 #include "TestSupport.h"
 #include "ValueText.h"
 #include "tarnxml/XmlHelper.h"
-#include "tarnxml/XmlNode.h"
 
 namespace {
 
@@ -46,11 +46,8 @@ TEST(LogRecord, WrittenOnlyWhenTheLevelIsEnabled)
         EXPECT_NE(tarn::Logger::hasBeenInitialized, 0);
         ASSERT_EQ(capture.records().size(), level == log4cplus::TRACE_LOG_LEVEL ? 1u : 0u);
         for (const tarntest::LogRecord& record : capture.records()) {
-            EXPECT_EQ(record.message, "name n is 7");
-            EXPECT_EQ(record.file, "../tarnshared/xml/XmlNode");
-            EXPECT_EQ(record.line, 1153);
-            EXPECT_EQ(record.function, "f()");
-            EXPECT_EQ(record.level, log4cplus::TRACE_LOG_LEVEL);
+            EXPECT_EQ(std::tie(record.message, record.file, record.line, record.function, record.level),
+                      std::make_tuple("name n is 7", "../tarnshared/xml/XmlNode", 1153, "f()", log4cplus::TRACE_LOG_LEVEL));
         }
     }
 }
@@ -69,12 +66,8 @@ TEST(ValueText, DecimalTextAndToLower)
 
 TEST(ValueText, BooleanRules)
 {
-    const struct {
-        const char* text;
-        bool node;      // node text rule
-        bool attribute; // attribute and child rule
-        bool reader;    // reader rule
-    } cases[] = {
+    // text, node text rule, attribute and child rule, reader rule
+    const std::tuple<const char*, bool, bool, bool> cases[] = {
         {"true", true, true, true},     {"TRUE", true, true, true},       {"tRuE", true, true, true},
         {"1", true, true, true},        {"Y", true, false, false},        {"-1", true, false, false},
         {"y", false, false, false},     {"N", false, false, false},       {"0", false, false, false},
@@ -82,11 +75,11 @@ TEST(ValueText, BooleanRules)
         {" true", false, false, false}, {"true ", false, false, false},   {"01", false, false, false},
         {"2", false, false, false},     {"tru\xc3\xa9", false, false, false},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(tarn::detail::nodeTextBool(c.text), c.node);
-        EXPECT_EQ(tarn::detail::attributeBool(c.text), c.attribute);
-        EXPECT_EQ(tarn::detail::readerBool(c.text), c.reader);
+    for (const auto& [text, node, attribute, reader] : cases) {
+        SCOPED_TRACE(text);
+        EXPECT_EQ(tarn::detail::nodeTextBool(text), node);
+        EXPECT_EQ(tarn::detail::attributeBool(text), attribute);
+        EXPECT_EQ(tarn::detail::readerBool(text), reader);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <locale>
+#include <tuple>
 
 #include "TestSupport.h"
 #include "tarn/crypto.h"
@@ -15,13 +16,8 @@ namespace {
 
 TEST(Conversions, IntegersFromText)
 {
-    const struct {
-        const char* text;
-        long long int32;
-        unsigned long long uint32;
-        long long int64;
-        unsigned long long uint64;
-    } cases[] = {
+    // text, ToInt32, ToUInt32, ToInt64, ToUInt64 (and ToUINT64)
+    const std::tuple<const char*, long long, unsigned long long, long long, unsigned long long> cases[] = {
         {"", 0, 0, 0, 0}, {"0", 0, 0, 0, 0}, {"42", 42, 42, 42, 42}, {"  7", 7, 7, 7, 7}, {"+9", 9, 9, 9, 9},
         {"-5", -5, 0, -5, 0}, {"12abc", 12, 12, 12, 12}, {"abc", 0, 0, 0, 0},
         {"2147483647", INT_MAX, 2147483647u, 2147483647, 2147483647},
@@ -30,13 +26,13 @@ TEST(Conversions, IntegersFromText)
         {"4294967296", 0, 0, 4294967296LL, 4294967296ULL},
         {"18446744073709551615", 0, 0, 0, ULLONG_MAX}, {"99999999999999999999999", 0, 0, 0, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(tarn::ToInt32(c.text), c.int32);
-        EXPECT_EQ(tarn::ToUInt32(c.text), c.uint32);
-        EXPECT_EQ(tarn::ToInt64(c.text), c.int64);
-        EXPECT_EQ(tarn::ToUInt64(c.text), c.uint64);
-        EXPECT_EQ(tarn::ToUINT64(c.text), c.uint64);
+    for (const auto& [text, int32, uint32, int64, uint64] : cases) {
+        SCOPED_TRACE(text);
+        EXPECT_EQ(tarn::ToInt32(text), int32);
+        EXPECT_EQ(tarn::ToUInt32(text), uint32);
+        EXPECT_EQ(tarn::ToInt64(text), int64);
+        EXPECT_EQ(tarn::ToUInt64(text), uint64);
+        EXPECT_EQ(tarn::ToUINT64(text), uint64);
     }
     // Identifiers also take hex; the other conversions stop at the "x".
     EXPECT_EQ(tarn::ToInt32("0x10"), 0);
