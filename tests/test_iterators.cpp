@@ -26,9 +26,8 @@ Names walk(XmlNodeIterator* iterator, bool first = true) {
 }
 
 XmlNodePtr handleOn(xmlNode* node) {
-    XmlNodePtr handle = CreateXmlNode();
-    handle->Initialize(node);
-    return handle;
+    const XmlNodePtr handle = CreateXmlNode();
+    return handle->Initialize(node), handle;
 }
 
 TEST(ChildIterator, YieldsElementsThroughOneReusedItemAndIsReaimed) {
@@ -39,7 +38,7 @@ TEST(ChildIterator, YieldsElementsThroughOneReusedItemAndIsReaimed) {
     XmlNodeIterator* iterator = handle->GetIterator();
     EXPECT_FALSE(iterator->GetNext()); // no position yet
     const XmlNodePtr item = iterator->GetFirst();
-    ASSERT_TRUE(item);
+    ASSERT_TRUE(item && item->GetName() == "a");
     // Asking again hands out the same iterator, still in place, and the same item.
     EXPECT_EQ(handle->GetIterator(), iterator);
     EXPECT_EQ(handle->GetIterator()->GetNext().get(), item.get());
@@ -60,8 +59,7 @@ TEST(ChildIterator, YieldsElementsThroughOneReusedItemAndIsReaimed) {
     EXPECT_EQ(document->GetIterator(), document->GetRoot()->GetIterator());
     EXPECT_EQ(walk(document->GetIterator()), Names({"p", "q"}));
     EXPECT_EQ(CreateXmlDocument()->GetIterator(), nullptr);
-    XmlNodePtr root = document->GetRoot();
-    root->Remove();
+    document->GetRoot()->Remove();
     EXPECT_EQ(document->GetIterator(), nullptr);
 }
 
