@@ -13,10 +13,7 @@
 
 namespace {
 
-struct Result {
-    int code;
-    std::string out, err;
-};
+struct Result { int code; std::string out, err; };
 
 std::string quote(const std::string& word) {
     std::string quoted = "'";
@@ -33,27 +30,21 @@ protected:
     }
 
     // Runs `program` with `args` and `input` on standard input. A crash shows as code -1.
-    Result run(const std::vector<std::string>& args, const std::string& input = "",
-               const std::string& program = TARNXML_TOOL_PATH) {
+    Result run(const std::vector<std::string>& args, const std::string& input = "", const std::string& program = TARNXML_TOOL_PATH) {
         const std::string io = dir.write(".in", input);
-        std::string line = quote(program);
+        std::string line = quote(program) + " <" + quote(io) + " >" + quote(io + ".out") + " 2>" + quote(io + ".err");
         for (const std::string& arg : args)
             line += ' ' + quote(arg);
-        line += " <" + quote(io) + " >" + quote(io + ".out") + " 2>" + quote(io + ".err");
         const int status = std::system(line.c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, tarntest::readFile(io + ".out"),
-                tarntest::readFile(io + ".err")};
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, tarntest::readFile(io + ".out"), tarntest::readFile(io + ".err")};
     }
 
     tarntest::TempDir dir;
 };
 
-const char* const kDoc = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                         "<shop name=\"Laden\">\n"
-                         "  <item id=\"1\" kind=\"fruit\">Äpfel &amp; Birnen</item>\n"
-                         "  <item id=\"2\">Brot<note>frisch</note></item>\n"
-                         "  <box><item id=\"3\"/></box>\n"
-                         "</shop>\n";
+const char* const kDoc = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<shop name=\"Laden\">\n"
+                         "  <item id=\"1\" kind=\"fruit\">Äpfel &amp; Birnen</item>\n  <item id=\"2\">Brot<note>frisch</note></item>\n"
+                         "  <box><item id=\"3\"/></box>\n</shop>\n";
 
 TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
     // Standard output is compared exactly, standard error must contain `err`.
