@@ -145,9 +145,8 @@ TEST(Reader, MalformedInputEndsInTheErrorStateWithoutThrowing) {
         // libxml2 may walk what it built once more after an error; every call must stay safe.
         for (int i = 0; i < 4; ++i) {
             ASSERT_NO_THROW(describe(r) + std::to_string(movements(r)));
-            if (r.nodeType() == XML_READER_TYPE_DOCUMENT) {
-                EXPECT_EQ(r.outerXml(), ""); // libxml2 would leak its copy of the document
-            }
+            // At the document node libxml2 would leak its copy of the document.
+            EXPECT_TRUE(r.nodeType() != XML_READER_TYPE_DOCUMENT || r.outerXml().empty());
         }
         EXPECT_EQ(r.state(), XML_TEXTREADER_MODE_ERROR);
     }
