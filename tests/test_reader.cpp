@@ -69,18 +69,18 @@ TEST(Reader, ClosedReaderGivesNeutralValues) {
     // The owned overload frees its argument.
     EXPECT_EQ(XmlReader().xmlCharToString(xmlStrdup(reinterpret_cast<const xmlChar*>("copied"))), "copied");
     EXPECT_EQ(XmlReader().xmlCharToString(static_cast<unsigned char*>(nullptr)), "");
-    EXPECT_TRUE(XmlReader().xmlIntToBool(1) && !XmlReader().xmlIntToBool(0) && !XmlReader().xmlIntToBool(-1));
 }
 
 TEST(Reader, WalksElementAttributeTextAndEnd) {
-    XmlReader r("<a x='1'>t</a>");
-    EXPECT_EQ(describe(r), "0 0 0 0 34 000000" + std::string(17, '|') + "F"); // before the first node
-    ASSERT_TRUE(r.read());
     // quoteChar is '"' (34) whatever quote the text used; the version comes from the parser.
-    EXPECT_EQ(describe(r), "3 1 0 1 34 000001||a|a||||||1|1||t|<a x=\"1\">t</a>|||1.0|F");
-    ASSERT_TRUE(r.read());
-    EXPECT_EQ(describe(r), "3 3 1 0 34 100000||#text|#text|||t|||||||t|||1.0|tF");
-    ASSERT_TRUE(r.read());
+    const std::string expected[] = {"0 0 0 0 34 000000" + std::string(17, '|') + "F",
+                                    "3 1 0 1 34 000001||a|a||||||1|1||t|<a x=\"1\">t</a>|||1.0|F",
+                                    "3 3 1 0 34 100000||#text|#text|||t|||||||t|||1.0|tF"};
+    XmlReader r("<a x='1'>t</a>");
+    for (const std::string& node : expected) {
+        EXPECT_EQ(describe(r), node);
+        ASSERT_TRUE(r.read());
+    }
     EXPECT_EQ(r.nodeType(), XML_READER_TYPE_END_ELEMENT);
     EXPECT_FALSE(r.read());
     EXPECT_EQ(r.state(), XML_TEXTREADER_MODE_EOF);
@@ -89,10 +89,9 @@ TEST(Reader, WalksElementAttributeTextAndEnd) {
 TEST(Reader, NavigationSerialisationAndReset) {
     XmlReader r("<r><a k=\"v\"><x/><y>t</y></a><b><z/></b></r>");
     ASSERT_TRUE(r.read() && r.read());
-    EXPECT_EQ(r.innerXml(), "<x/><y>t</y>");
-    EXPECT_EQ(r.outerXml(), "<a k=\"v\"><x/><y>t</y></a>");
-    EXPECT_EQ(r.name(), "a");      // serialising did not move
-    EXPECT_FALSE(r.nextSibling()); // libxml2 offers it only over trees
+    // Serialising does not move; nextSibling is offered by libxml2 only over trees.
+    EXPECT_EQ(r.innerXml() + "|" + r.outerXml() + "|" + r.name(), "<x/><y>t</y>|<a k=\"v\"><x/><y>t</y></a>|a");
+    EXPECT_FALSE(r.nextSibling());
     ASSERT_TRUE(r.nextElement());
     EXPECT_EQ(r.name() + std::to_string(r.nodeType()), "b1");
     ASSERT_TRUE(r.nextElement()); // no sibling left: the parent's end
@@ -108,7 +107,6 @@ TEST(Reader, NavigationSerialisationAndReset) {
     r.reset("<" + r.name() + "2/>"); // the new text may come from the reader's own answer
     ASSERT_TRUE(r.read());
     EXPECT_EQ(r.name(), "r2");
-
     // The reader keeps its own copy of the text: ASan reports any read of the freed buffers.
     std::unique_ptr<XmlReader> fromChars(new XmlReader(std::string("<chars>x</chars>").c_str()));
     r.reset(std::string("<s>") + std::string(100, 'y') + "</s>");
@@ -147,9 +145,8 @@ TEST(Reader, MalformedInputEndsInTheErrorStateWithoutThrowing) {
         // libxml2 may walk what it built once more after an error; every call must stay safe.
         for (int i = 0; i < 4; ++i) {
             ASSERT_NO_THROW(describe(r) + std::to_string(movements(r)));
-            if (r.nodeType() == XML_READER_TYPE_DOCUMENT) {
-                EXPECT_EQ(r.outerXml(), ""); // libxml2 would leak its copy of the document
-            }
+            // At the document node libxml2 would leak its copy of the document.
+            EXPECT_TRUE(r.nodeType() != XML_READER_TYPE_DOCUMENT || r.outerXml().empty());
         }
         EXPECT_EQ(r.state(), XML_TEXTREADER_MODE_ERROR);
     }
@@ -195,9 +192,6 @@ TEST(Reader, EveryGetterAtEveryNodeAndAttributeFreesWhatItTakes) {
     // Namespaces, inherited values and the DTD's default attribute are answered.
     EXPECT_EQ(r.baseUri() + " " + r.getAttribute("d") + " " + r.encoding() + " " + r.lang(), "http://h/ dflt UTF-8 en");
     EXPECT_EQ(r.getAttribute("y", "urn:p") + r.getAttribute("p:y") + r.lookupNamespace("p"), "22urn:p");
-    ASSERT_TRUE(r.moveToAttribute(std::string("x\0ignored", 9))); // the name stops at NUL
-    ASSERT_TRUE(r.readAttributeValue());
-    EXPECT_EQ(std::to_string(r.nodeType()) + r.value(), "31"); // a text node holding "1"
 }
 
 } // namespace
