@@ -12,6 +12,7 @@
 #include "LibxmlAllocations.h"
 #include "TestSupport.h"
 #include "tarnxml/XmlDocument.h"
+#include "tarnxml/XmlIterators.h"
 #include "tarnxml/XmlNode.h"
 
 // The deprecated AddChild overload is exercised on purpose.
@@ -239,27 +240,40 @@ TEST(Serialisation, OutOfMemoryRaisesBadAllocAndLeaksNothing)
     EXPECT_EQ(node->OuterXml(), "<a>t</a>");
 }
 
-// Several threads serialise their own detached nodes through the one scratch document at once.
-TEST(Serialisation, SerializeOuterXmlOnSeveralThreads)
+// Several threads each parse, query, edit and serialise documents of their own while all of them
+// serialise their own detached nodes (cloned out of those documents) through the one scratch
+// document at once.
+TEST(Serialisation, DocumentsAndSerializeOuterXmlOnSeveralThreads)
 {
     tarn::libXMLStartup();
     constexpr int kThreads = 4;
-    constexpr int kIterations = 3000;
+    const long kIterations = tarntest::iterations(3000);
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([t, &wrong] {
-            const std::string nodeName = "n" + std::to_string(t);
-            XmlNodePtr node = tarn::CreateXmlNode(nodeName, t);
-            node->AddChild("c", "x");
-            const std::string expected = kDecl + "<" + nodeName + ">" + std::to_string(t) + "<c>x</c></" + nodeName + ">\n";
-            for (int i = 0; i < kIterations; ++i) {
-                if (node->SerializeOuterXml() != expected)
+        threads.emplace_back([t, kIterations, &wrong] {
+            const std::string id = std::to_string(t);
+            const std::string text = "<doc t=\"" + id + "\"><item>a</item><item>b</item></doc>";
+            for (long i = 0; i < kIterations; ++i) {
+                XmlDocumentPtr document = tarn::CreateXmlDocument(text);
+                XmlNodePtr root = document ? document->GetRoot() : XmlNodePtr();
+                if (!root || root->GetAttribute("t") != id) {
                     ++wrong;
-                if (i % 100 == 0) {
-                    node = tarn::CreateXmlNode(nodeName, t);
-                    node->AddChild("c", "x");
+                    continue;
                 }
+                root->AddChild("item", static_cast<int>(i));
+                int items = 0;
+                tarn::XPathNodeIterator* found = document->GetIterator("/doc/item");
+                for (XmlNodePtr n = found ? found->GetFirst() : XmlNodePtr(); n; n = found->GetNext())
+                    ++items;
+                const std::string last = "<item>" + std::to_string(i) + "</item>";
+                if (items != 3 || root->OuterXml() != "<doc t=\"" + id + "\"><item>a</item><item>b</item>" + last + "</doc>")
+                    ++wrong;
+                XmlNodePtr detached = root->Clone();
+                detached->RemoveChild("item");
+                detached->SetAttribute("i", std::to_string(i));
+                if (detached->SerializeOuterXml() != kDecl + "<doc t=\"" + id + "\" i=\"" + std::to_string(i) + "\"/>\n")
+                    ++wrong;
             }
         });
     for (std::thread& thread : threads)
