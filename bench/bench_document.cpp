@@ -12,8 +12,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <map>
-#include <set>
 #include <sstream>
 #include <string>
 
@@ -21,6 +19,7 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
+#include "BenchSupport.h"
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlNode.h"
 
@@ -219,52 +218,26 @@ BENCHMARK(Build_AddChildInt_Raw)->Unit(benchmark::kMillisecond);
 BENCHMARK(Build_CreateAndMove_Library)->Unit(benchmark::kMillisecond);
 BENCHMARK(Build_CreateAndMove_Raw)->Unit(benchmark::kMillisecond);
 
-// Prints as usual and remembers each benchmark's CPU time per iteration (the median when run
-// with --benchmark_repetitions), so that the library/raw ratios (raw time over library time: 1.0
-// is parity, above 0.95 is the target) come out at the end of the same run. CPU time rather than
-// wall time: on a shared machine wall time mostly measures the neighbours.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& reports) override
-    {
-        for (const Run& run : reports) {
-            if (run.error_occurred)
-                continue;
-            if (run.run_type == Run::RT_Iteration && medians_.count(run.run_name.str()) == 0)
-                times_[run.run_name.str()] = run.GetAdjustedCPUTime();
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
-                times_[run.run_name.str()] = run.GetAdjustedCPUTime();
-                medians_.insert(run.run_name.str());
-            }
-        }
-        ConsoleReporter::ReportRuns(reports);
-    }
-
-    void printRatios() const
-    {
-        std::printf("\nlibrary vs raw libxml2 (raw time / library time; >= 0.95 is the target):\n");
-        for (const auto& entry : times_) {
-            const std::string& name = entry.first;
-            const std::string::size_type at = name.find("_Library");
-            if (at == std::string::npos)
-                continue;
-            const std::string raw = name.substr(0, at) + "_Raw" + name.substr(at + 8);
-            const auto found = times_.find(raw);
-            if (found == times_.end())
-                continue;
+// The library/raw ratios (raw time over library time: 1.0 is parity, above 0.95 is the target),
+// from CPU time per iteration (the medians when run with --benchmark_repetitions).
+void printRatios(const tarnbench::TimesReporter& reporter)
+{
+    std::printf("\nlibrary vs raw libxml2 (raw time / library time; >= 0.95 is the target):\n");
+    for (const auto& entry : reporter.all()) {
+        const std::string& name = entry.first;
+        const std::string::size_type at = name.find("_Library");
+        if (at == std::string::npos)
+            continue;
+        const tarnbench::Times* raw = reporter.find(name.substr(0, at) + "_Raw" + name.substr(at + 8));
+        if (raw != nullptr)
             std::printf("  %-40s %.3f\n", name.substr(0, at).append(name.substr(at + 8)).c_str(),
-                        found->second / entry.second);
-        }
-        for (const auto& entry : times_)
-            if (entry.first.rfind("Build_", 0) == 0)
-                std::printf("  %-40s %.1f ns per element\n", entry.first.c_str(),
-                            entry.second * 1e6 / kTreeElements); // times are in milliseconds
+                        raw->cpu / entry.second.cpu);
     }
-
-private:
-    std::map<std::string, double> times_;
-    std::set<std::string> medians_;
-};
+    for (const auto& entry : reporter.all())
+        if (entry.first.rfind("Build_", 0) == 0)
+            std::printf("  %-40s %.1f ns per element\n", entry.first.c_str(),
+                        entry.second.cpu * 1e6 / kTreeElements); // times are in milliseconds
+}
 
 long peakKilobytes()
 {
@@ -303,12 +276,5 @@ int main(int argc, char** argv)
         if (std::strncmp(argv[i], "--peak=", 7) == 0)
             return peakMode(argv[i] + 7);
     tarn::libXMLStartup();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatios();
-    benchmark::Shutdown();
-    return 0;
+    return tarnbench::runBenchmarks(argc, argv, printRatios);
 }

@@ -1,6 +1,7 @@
 // XmlHelper::XmlEncode / XmlDecode against libxml2's xmlEncodeEntitiesReentrant on 10 MB of mixed
 // text: mostly ASCII words and punctuation, markup characters, line breaks, some accented Latin
 // letters and some CJK. At the end the encoders' speeds are printed side by side with their ratio.
+#include "BenchSupport.h"
 #include "tarnxml/XmlHelper.h"
 
 #include <benchmark/benchmark.h>
@@ -9,10 +10,8 @@
 #include <libxml/xmlmemory.h>
 
 #include <cstdio>
-#include <map>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -100,53 +99,32 @@ void BM_XmlHelperDecodePlain(benchmark::State& state)
 }
 BENCHMARK(BM_XmlHelperDecodePlain)->Unit(benchmark::kMillisecond);
 
-// Remembers each benchmark's time per iteration so that main can print the encoders' ratio.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs)
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred)
-                times_[run.benchmark_name()] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
-        ConsoleReporter::ReportRuns(runs);
+// The encoders' throughput and ratio, in wall and CPU time.
+void printRatio(const tarnbench::TimesReporter& reporter)
+{
+    const tarnbench::Times* ours = reporter.find("BM_XmlHelperEncode");
+    const tarnbench::Times* theirs = reporter.find("BM_Libxml2EncodeEntitiesReentrant");
+    if (ours == nullptr || theirs == nullptr)
+        return;
+    const double megabytes = static_cast<double>(mixedText().size()) / (1024.0 * 1024.0);
+    // Times are in milliseconds per iteration (the benchmarks' unit). CPU time is the steadier
+    // figure on a shared machine; wall time is printed as well.
+    const char* const kinds[] = {"wall", "cpu"};
+    for (int k = 0; k < 2; ++k) {
+        const double mine = k == 0 ? ours->real : ours->cpu;
+        const double libxml2 = k == 0 ? theirs->real : theirs->cpu;
+        if (mine <= 0 || libxml2 <= 0)
+            continue;
+        std::printf("encode (%s time): XmlHelper::XmlEncode %.1f MB/s, xmlEncodeEntitiesReentrant %.1f MB/s, "
+                    "XmlEncode is %.2fx as fast\n",
+                    kinds[k], megabytes / (mine / 1000.0), megabytes / (libxml2 / 1000.0), libxml2 / mine);
     }
-
-    void printRatio() const
-    {
-        const auto ours = times_.find("BM_XmlHelperEncode");
-        const auto theirs = times_.find("BM_Libxml2EncodeEntitiesReentrant");
-        if (ours == times_.end() || theirs == times_.end())
-            return;
-        const double megabytes = static_cast<double>(mixedText().size()) / (1024.0 * 1024.0);
-        // Times are in milliseconds per iteration (the benchmarks' unit). CPU time is the steadier
-        // figure on a shared machine; wall time is printed as well.
-        const char* const kinds[] = {"wall", "cpu"};
-        for (int k = 0; k < 2; ++k) {
-            const double mine = k == 0 ? ours->second.first : ours->second.second;
-            const double libxml2 = k == 0 ? theirs->second.first : theirs->second.second;
-            if (mine <= 0 || libxml2 <= 0)
-                continue;
-            std::printf("encode (%s time): XmlHelper::XmlEncode %.1f MB/s, xmlEncodeEntitiesReentrant %.1f MB/s, "
-                        "XmlEncode is %.2fx as fast\n",
-                        kinds[k], megabytes / (mine / 1000.0), megabytes / (libxml2 / 1000.0), libxml2 / mine);
-        }
-    }
-
-private:
-    std::map<std::string, std::pair<double, double>> times_; // wall, cpu
-};
+}
 
 } // namespace
 
 int main(int argc, char** argv)
 {
     xmlInitParser();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatio();
-    benchmark::Shutdown();
-    return 0;
+    return tarnbench::runBenchmarks(argc, argv, printRatio);
 }

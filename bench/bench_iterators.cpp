@@ -5,6 +5,7 @@
 //    against xmlXPathEvalExpression plus a loop over the node set.
 // The medians of the repetitions are compared at the end and printed as ratios, of CPU time (the
 // build machine is shared, so wall time mostly measures the other processes) and of real time.
+#include "BenchSupport.h"
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlIterators.h"
 #include "tarnxml/XmlNode.h"
@@ -14,7 +15,6 @@
 #include <libxml/xpath.h>
 
 #include <cstdio>
-#include <map>
 #include <string>
 
 namespace {
@@ -131,31 +131,10 @@ BENCHMARK(BM_ChildIterator_RawPointerWalk)->Repetitions(5)->ReportAggregatesOnly
 BENCHMARK(BM_XPathRecords_Library)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(BM_XPathRecords_RawLibxml2)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
 
-// Prints as usual and keeps the median real time of every benchmark for the ratios.
-class MedianReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
-                medians[run.run_name.function_name] = {run.GetAdjustedCPUTime(), run.GetAdjustedRealTime()};
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    struct Times {
-        double cpu;
-        double real;
-    };
-    std::map<std::string, Times> medians;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
     if (!childrenTree() || !recordsTree()) {
         std::fprintf(stderr, "could not build the benchmark documents\n");
         return 1;
@@ -167,22 +146,17 @@ int main(int argc, char** argv)
         for (tarn::XmlNodePtr record = iterator->GetFirst(); record; record = iterator->GetNext())
             benchmark::DoNotOptimize(record.get());
     }
-    MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-
-    const auto ratio = [&](const char* raw, const char* library, const char* what) {
-        const auto r = reporter.medians.find(raw);
-        const auto l = reporter.medians.find(library);
-        if (r == reporter.medians.end() || l == reporter.medians.end() || l->second.cpu <= 0 ||
-            l->second.real <= 0)
-            return;
-        // Above 1 the library is faster than the raw code; 1 means equal speed.
-        std::printf("%s: raw/library ratio %.3f of CPU time (library %.4g, raw %.4g), %.3f of real time\n",
-                    what, r->second.cpu / l->second.cpu, l->second.cpu, r->second.cpu,
-                    r->second.real / l->second.real);
-    };
-    ratio("BM_ChildIterator_RawPointerWalk", "BM_ChildIterator_Library", "child iteration");
-    ratio("BM_XPathRecords_RawLibxml2", "BM_XPathRecords_Library", "XPath //record + walk");
-    return 0;
+    return tarnbench::runBenchmarks(argc, argv, [](const tarnbench::TimesReporter& reporter) {
+        const auto ratio = [&](const char* raw, const char* library, const char* what) {
+            const tarnbench::Times* r = reporter.find(raw);
+            const tarnbench::Times* l = reporter.find(library);
+            if (r == nullptr || l == nullptr || l->cpu <= 0 || l->real <= 0)
+                return;
+            // Above 1 the library is faster than the raw code; 1 means equal speed.
+            std::printf("%s: raw/library ratio %.3f of CPU time (library %.4g, raw %.4g), %.3f of real time\n",
+                        what, r->cpu / l->cpu, l->cpu, r->cpu, r->real / l->real);
+        };
+        ratio("BM_ChildIterator_RawPointerWalk", "BM_ChildIterator_Library", "child iteration");
+        ratio("BM_XPathRecords_RawLibxml2", "BM_XPathRecords_Library", "XPath //record + walk");
+    });
 }

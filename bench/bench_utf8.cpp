@@ -4,6 +4,7 @@
 //
 // Inputs: a generated mostly-ASCII XML document, the shared MIME database (when present; an XML
 // file with translations in many scripts), and generated mostly-CJK text.
+#include "BenchSupport.h"
 #include "Utf8Validate.h"
 #include "tarnxml/XmlHelper.h"
 
@@ -13,7 +14,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <random>
 #include <sstream>
 #include <string>
@@ -196,43 +196,26 @@ void benchIsValid(benchmark::State& state, const std::string* text)
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text->size()));
 }
 
-// Console output as usual, plus each run's time per iteration, for the ratios at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& reports) override
-    {
-        ConsoleReporter::ReportRuns(reports);
-        for (const Run& run : reports) {
-            if (!run.error_occurred && run.run_type == Run::RT_Iteration)
-                seconds_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+// isValidUTF8 time against memcpy of the same input, per input and path (CPU time).
+void printRatios(const tarnbench::TimesReporter& reporter)
+{
+    std::printf("\n%-12s %-12s %s\n", "input", "validator", "isValidUTF8/memcpy");
+    std::vector<std::string> names;
+    for (const Input& input : inputs())
+        names.push_back(input.name);
+    names.push_back("short");
+    for (const std::string& name : names) {
+        const tarnbench::Times* copy = reporter.find("utf8/" + name + "/memcpy");
+        if (copy == nullptr)
+            continue;
+        for (const char* who : {"scalar", "sse2", "ssse3", "avx2", "dispatched"}) {
+            const tarnbench::Times* found = reporter.find("utf8/" + name + "/" + who);
+            if (found != nullptr)
+                std::printf("%-12s %-12s isValidUTF8/memcpy = %.3f\n", name.c_str(), who, copy->cpu / found->cpu);
         }
     }
-
-    void printRatios() const
-    {
-        std::printf("\n%-12s %-12s %s\n", "input", "validator", "isValidUTF8/memcpy");
-        std::vector<std::string> names;
-        for (const Input& input : inputs())
-            names.push_back(input.name);
-        names.push_back("short");
-        for (const std::string& name : names) {
-            const auto copy = seconds_.find("utf8/" + name + "/memcpy");
-            if (copy == seconds_.end())
-                continue;
-            for (const char* who : {"scalar", "sse2", "ssse3", "avx2", "dispatched"}) {
-                const auto found = seconds_.find("utf8/" + name + "/" + who);
-                if (found != seconds_.end())
-                    std::printf("%-12s %-12s isValidUTF8/memcpy = %.3f\n", name.c_str(), who,
-                                copy->second / found->second);
-            }
-        }
-        std::printf("(dispatched path: %s)\n",
-                    tarn::detail::utf8PathName(tarn::detail::utf8BestPath()));
-    }
-
-private:
-    std::map<std::string, double> seconds_;
-};
+    std::printf("(dispatched path: %s)\n", tarn::detail::utf8PathName(tarn::detail::utf8BestPath()));
+}
 
 } // namespace
 
@@ -260,12 +243,5 @@ int main(int argc, char** argv)
                                      benchShortPath, &shortTexts, static_cast<int>(path));
     benchmark::RegisterBenchmark("utf8/short/dispatched", benchShortPath, &shortTexts, -1);
 
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatios();
-    benchmark::Shutdown();
-    return 0;
+    return tarnbench::runBenchmarks(argc, argv, printRatios);
 }
