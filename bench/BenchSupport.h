@@ -4,12 +4,29 @@
 // end of the same run (library and raw code compared under the same load).
 #include <benchmark/benchmark.h>
 
+#include <fstream>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace tarnbench {
+
+// A large real-world document that Debian systems carry (shared-mime-info); benchmarks that use
+// it skip it when it is missing.
+inline const char* const kFreedesktopXml = "/usr/share/mime/packages/freedesktop.org.xml";
+
+// The file's bytes, or "" when it cannot be read.
+inline std::string readFile(const char* path)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return std::string();
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
 
 // Time per iteration in the benchmark's unit. CPU time is the figure to compare on a shared
 // machine (wall time mostly measures the neighbours); real time is kept for the record.

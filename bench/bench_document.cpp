@@ -11,8 +11,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include <fmt/format.h>
@@ -27,19 +25,9 @@ namespace {
 
 constexpr int kParseOptions = XML_PARSE_NOERROR | XML_PARSE_NONET | XML_PARSE_NODICT;
 constexpr int kTreeElements = 100000;
-const char* const kFreedesktop = "/usr/share/mime/packages/freedesktop.org.xml";
-
-std::string readFile(const char* path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
-
 const std::string& freedesktop()
 {
-    static const std::string text = readFile(kFreedesktop);
+    static const std::string text = tarnbench::readFile(tarnbench::kFreedesktopXml);
     return text;
 }
 

@@ -13,25 +13,12 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
-#include <fstream>
-#include <sstream>
 #include <string>
 
+#include "BenchSupport.h"
 #include "tarnxml/XmlReader.h"
 
 namespace {
-
-const char* const kMimePath = "/usr/share/mime/packages/freedesktop.org.xml";
-
-std::string loadMime()
-{
-    std::ifstream in(kMimePath, std::ios::binary);
-    if (!in)
-        return std::string();
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
-}
 
 // About 8 MB of mixed content: attributes, short and long text, entities, comments, empty elements.
 std::string generated()
@@ -54,7 +41,7 @@ std::string generated()
 
 const std::string& input(int which)
 {
-    static const std::string mime = loadMime();
+    static const std::string mime = tarnbench::readFile(tarnbench::kFreedesktopXml);
     static const std::string gen = generated();
     return which == 0 ? mime : gen;
 }

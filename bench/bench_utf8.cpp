@@ -13,9 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -93,16 +91,6 @@ std::vector<std::string> makeShortTexts()
         out.push_back(text);
     }
     return out;
-}
-
-std::string readFile(const char* path)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return std::string();
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 struct Input {
@@ -222,7 +210,7 @@ void printRatios(const tarnbench::TimesReporter& reporter)
 int main(int argc, char** argv)
 {
     inputs().push_back({"ascii-xml", makeAsciiXml()});
-    std::string mime = readFile("/usr/share/mime/packages/freedesktop.org.xml");
+    std::string mime = tarnbench::readFile(tarnbench::kFreedesktopXml);
     if (!mime.empty())
         inputs().push_back({"mime-xml", std::move(mime)});
     inputs().push_back({"cjk", makeCjkText()});
