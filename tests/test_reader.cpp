@@ -1,10 +1,7 @@
 // The pull reader: neutral values when closed, the node walk and navigation, the owned text,
-// malformed and oversized input, and that every getter frees what libxml2 allocated.
+// malformed input, and that every getter frees what libxml2 allocated.
 #include <gtest/gtest.h>
 #include <libxml/xmlreader.h>
-
-#include <functional>
-#include <memory>
 
 #include "TestSupport.h"
 #include "tarnxml/XmlReader.h"
@@ -13,19 +10,14 @@ namespace {
 
 using tarn::XmlReader;
 
-std::size_t drain(XmlReader& r) {
-    std::size_t nodes = 0;
-    while (r.read())
-        ++nodes;
-    return nodes;
-}
+std::size_t drain(XmlReader& r) { return r.read() ? 1 + drain(r) : 0; }
 
 // Every query of the reader in one line: numbers, predicates as 0/1, then each text after a '|',
 // then value(string&) and value(bool&). Also the leak walk: each call that makes libxml2 allocate.
 std::string describe(XmlReader& r) {
-    std::string out = std::to_string(r.state()) + " " + std::to_string(r.nodeType()) + " " +
-                      std::to_string(r.depth()) + " " + std::to_string(r.attributeCount()) + " " +
-                      std::to_string(static_cast<int>(r.quoteChar())) + " ";
+    std::string out;
+    for (int n : {r.state(), r.nodeType(), r.depth(), r.attributeCount(), static_cast<int>(r.quoteChar())})
+        out += std::to_string(n) + " ";
     for (bool b : {r.hasValue(), r.isDefault(), r.isEmpty(), r.isNamespaceDecl(), r.isValid(), r.hasAttributes()})
         out += b ? '1' : '0';
     const char* const noPrefix = nullptr;
@@ -35,9 +27,8 @@ std::string describe(XmlReader& r) {
           r.getAttribute("y", "urn:p"), r.innerXml(), r.outerXml(), r.encoding(), r.lang(), r.xmlVersion()})
         out += "|" + t;
     std::string text = "stale";
-    r.value(text);
     bool flag = true;
-    r.value(flag);
+    r.value(text), r.value(flag);
     return out + "|" + text + (flag ? "T" : "F");
 }
 
@@ -48,31 +39,26 @@ int movements(XmlReader& r) {
 }
 
 TEST(Reader, ClosedReaderGivesNeutralValues) {
-    const std::pair<const char*, std::function<void(XmlReader&)>> cases[] = {
-        {"default", [](XmlReader&) {}},
-        {"closed after reading", [](XmlReader& r) { r.reset("<a x='1'/>"), r.read(), r.close(), r.close(); }},
-        {"reset to empty text", [](XmlReader& r) { r.reset("<a/>"), r.read(), r.reset(""); }},
-        {"reset to null text", [](XmlReader& r) { r.reset("<a/>"), r.reset(static_cast<const char*>(nullptr)); }},
-        {"reset to a string starting with NUL", [](XmlReader& r) { r.reset(std::string("\0<a/>", 5)); }},
+    const struct { const char *name, *text; void (*then)(XmlReader&); } cases[] = {
+        {"null text", nullptr, [](XmlReader&) {}},
+        {"closed after reading", "<a x='1'/>", [](XmlReader& r) { r.read(), r.close(), r.close(); }},
+        {"reset to empty text", "<a/>", [](XmlReader& r) { r.read(), r.reset(""); }},
+        {"reset to null text", "<a/>", [](XmlReader& r) { r.read(), r.reset(static_cast<const char*>(nullptr)); }},
+        {"reset to a string starting with NUL", "<a/>", [](XmlReader& r) { r.reset(std::string("\0<a/>", 5)); }},
     };
-    const std::string closed = "-1 0 0 0 0 000000" + std::string(17, '|') + "F";
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.first);
-        XmlReader r;
-        c.second(r);
-        EXPECT_EQ(describe(r), closed);
-        EXPECT_EQ(movements(r), 0);
-        EXPECT_EQ(r.state(), -1);
+        SCOPED_TRACE(c.name);
+        XmlReader r(c.text);
+        c.then(r);
+        EXPECT_EQ(describe(r) + std::to_string(movements(r)), "-1 0 0 0 0 000000" + std::string(17, '|') + "F0");
     }
-    XmlReader nullText(static_cast<const char*>(nullptr)), emptyText(std::string{});
-    EXPECT_EQ(describe(nullText) + describe(emptyText), closed + closed);
-    // The owned overload frees its argument.
+    // The owned overload frees its argument; the default reader is closed.
     EXPECT_EQ(XmlReader().xmlCharToString(xmlStrdup(reinterpret_cast<const xmlChar*>("copied"))), "copied");
-    EXPECT_EQ(XmlReader().xmlCharToString(static_cast<unsigned char*>(nullptr)), "");
 }
 
 TEST(Reader, WalksElementAttributeTextAndEnd) {
-    // quoteChar is '"' (34) whatever quote the text used; the version comes from the parser.
+    // quoteChar is '"' (34) whatever quote the text used; the version comes from the parser. Serialising
+    // does not move the reader, or the next row would differ.
     const std::string expected[] = {"0 0 0 0 34 000000" + std::string(17, '|') + "F",
                                     "3 1 0 1 34 000001||a|a||||||1|1||t|<a x=\"1\">t</a>|||1.0|F",
                                     "3 3 1 0 34 100000||#text|#text|||t|||||||t|||1.0|tF"};
@@ -81,26 +67,17 @@ TEST(Reader, WalksElementAttributeTextAndEnd) {
         EXPECT_EQ(describe(r), node);
         ASSERT_TRUE(r.read());
     }
-    EXPECT_EQ(r.nodeType(), XML_READER_TYPE_END_ELEMENT);
-    EXPECT_FALSE(r.read());
-    EXPECT_EQ(r.state(), XML_TEXTREADER_MODE_EOF);
+    EXPECT_TRUE(r.nodeType() == XML_READER_TYPE_END_ELEMENT && !r.read() && r.state() == XML_TEXTREADER_MODE_EOF);
 }
 
-TEST(Reader, NavigationSerialisationAndReset) {
+TEST(Reader, NavigationAndReset) {
     XmlReader r("<r><a k=\"v\"><x/><y>t</y></a><b><z/></b></r>");
-    ASSERT_TRUE(r.read() && r.read());
-    // Serialising does not move; nextSibling is offered by libxml2 only over trees.
-    EXPECT_EQ(r.innerXml() + "|" + r.outerXml() + "|" + r.name(), "<x/><y>t</y>|<a k=\"v\"><x/><y>t</y></a>|a");
-    EXPECT_FALSE(r.nextSibling());
-    ASSERT_TRUE(r.nextElement());
-    EXPECT_EQ(r.name() + std::to_string(r.nodeType()), "b1");
-    ASSERT_TRUE(r.nextElement()); // no sibling left: the parent's end
+    // nextSibling is offered by libxml2 only over trees; nextElement skips subtrees, then ends the parent.
+    ASSERT_TRUE(r.read() && r.read() && !r.nextSibling() && r.nextElement() && r.nextElement());
     EXPECT_EQ(r.name() + std::to_string(r.nodeType()), "r15");
-    EXPECT_FALSE(r.nextElement());
-    r.reset(); // rewinds over the held text, also after close
-    EXPECT_EQ(r.state(), XML_TEXTREADER_MODE_INITIAL);
-    r.close();
+    r.close(); // reset() rewinds over the held text, also after close
     r.reset();
+    EXPECT_EQ(r.state(), XML_TEXTREADER_MODE_INITIAL);
     EXPECT_EQ(drain(r), 11U);
     r.reset();
     ASSERT_TRUE(r.read());
@@ -108,66 +85,40 @@ TEST(Reader, NavigationSerialisationAndReset) {
     ASSERT_TRUE(r.read());
     EXPECT_EQ(r.name(), "r2");
     // The reader keeps its own copy of the text: ASan reports any read of the freed buffers.
-    std::unique_ptr<XmlReader> fromChars(new XmlReader(std::string("<chars>x</chars>").c_str()));
+    XmlReader fromChars(std::string("<chars>x</chars>").c_str());
     r.reset(std::string("<s>") + std::string(100, 'y') + "</s>");
-    EXPECT_EQ(drain(*fromChars), 3U);
+    EXPECT_EQ(drain(fromChars), 3U);
     ASSERT_TRUE(r.read() && r.read());
     EXPECT_EQ(r.value(), std::string(100, 'y'));
 }
 
-TEST(Reader, BooleanValue) {
-    const std::pair<std::string, bool> cases[] = {
-        {"1", true},     {"true", true},    {"TRUE", true}, {"tRuE", true}, {"", false},   {" true", false},
-        {"true ", false}, {"yes", false},   {"0", false},   {"2", false},   {"on", false}, {"false", false},
-        {"01", false},   {"truee", false}, {"-1", false},  {"\xc5\xa3rue", false}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE("'" + c.first + "'");
-        XmlReader r("<v a=\"" + c.first + "\"/>");
+TEST(Reader, BooleanValueIsOneOrTrueInAnyAsciiCase) {
+    for (const std::string text : {"1", "true", "TRUE", "tRuE", "", " true", "true ", "0", "01", "truee", "-1",
+                                   "\xc5\xa3rue"}) {
+        XmlReader r("<v a=\"" + text + "\"/>");
+        const bool expected = text == "1" || text.size() == 4; // the four-letter cases spell "true"
+        bool out = !expected;
         ASSERT_TRUE(r.read() && r.moveToAttribute("a"));
-        bool out = !c.second;
         r.value(out);
-        EXPECT_EQ(out, c.second);
+        EXPECT_EQ(out, expected) << "'" << text << "'";
     }
 }
 
 TEST(Reader, MalformedInputEndsInTheErrorStateWithoutThrowing) {
     tarntest::QuietLibxml2 quiet;
-    const std::string cases[] = {
-        "<a><b></a>", "<a><b/>", "<a>&nope;</a>", "<a>&amp</a>", "<a>&#xZZ;</a>", "<a>\xff\xfe</a>",
-        "<a>\xc0\xaf</a>", "<a>\xe2\x82</a>", std::string("<a>x\0y</a>", 10), "<a><b x='1", "<?xml version=",
-        "<a/><b/>", "<a x='1' x='2'/>", "</a>"};
-    for (const std::string& text : cases) {
+    for (const std::string text : {"<a><b></a>", "<a><b/>", "<a>&nope;</a>", "<a>&amp</a>", "<a>&#xZZ;</a>",
+                                   "<a>\xff\xfe</a>", "<a>\xc0\xaf</a>", "<a>\xe2\x82</a>", "<a><b x='1",
+                                   "<?xml version=", "<a/><b/>", "<a x='1' x='2'/>", "</a>"}) {
         SCOPED_TRACE(text);
-        XmlReader r;
-        ASSERT_NO_THROW(r.reset(text));
+        XmlReader r(text);
         EXPECT_LT(drain(r), 10U);
-        EXPECT_EQ(r.state(), XML_TEXTREADER_MODE_ERROR);
         // libxml2 may walk what it built once more after an error; every call must stay safe.
         for (int i = 0; i < 4; ++i) {
-            ASSERT_NO_THROW(describe(r) + std::to_string(movements(r)));
+            describe(r), movements(r);
             // At the document node libxml2 would leak its copy of the document.
             EXPECT_TRUE(r.nodeType() != XML_READER_TYPE_DOCUMENT || r.outerXml().empty());
         }
         EXPECT_EQ(r.state(), XML_TEXTREADER_MODE_ERROR);
-    }
-}
-
-TEST(Reader, DeepNestingAndHugeTextEndCleanly) {
-    tarntest::QuietLibxml2 quiet;
-    const std::size_t levels = 100000, huge = 50U << 20;
-    std::string open, close;
-    for (std::size_t i = 0; i < levels; ++i)
-        open += "<e>", close += "</e>";
-    for (const std::string& doc : {open + close, "<a>" + std::string(huge, 'x') + "</a>"}) {
-        SCOPED_TRACE(doc.size());
-        XmlReader r(doc);
-        std::size_t nodes = 0, longest = 0;
-        for (std::string value; r.read(); ++nodes)
-            r.value(value), longest = std::max(longest, value.size());
-        // Either libxml2's limits stopped it with an error, or it reached the end of everything.
-        EXPECT_TRUE(r.state() == XML_TEXTREADER_MODE_ERROR ||
-                    (r.state() == XML_TEXTREADER_MODE_EOF && (nodes == 2 * levels || longest == huge)))
-            << r.state() << " " << nodes << " " << longest;
     }
 }
 
@@ -176,16 +127,12 @@ TEST(Reader, EveryGetterAtEveryNodeAndAttributeFreesWhatItTakes) {
                 "<r xmlns:p='urn:p' xml:base='http://h/' xml:lang='en' x='1' p:y='2'>"
                 "<!--c--><?pi d?><![CDATA[c]]>&e;<p:s xml:space='preserve'> <t p:y='3'>true</t></p:s></r>");
     std::string kinds;
-    while (r.read()) {
+    for (; r.read(); r.moveToElement()) {
         kinds += std::to_string(r.nodeType()) + (describe(r).empty() ? "!" : " ");
-        for (bool more = r.firstAttribute(); more; more = r.nextAttribute()) {
-            describe(r);
-            while (r.readAttributeValue())
+        for (bool more = r.firstAttribute(); more; more = r.nextAttribute())
+            for (describe(r); r.readAttributeValue();)
                 describe(r);
-        }
-        r.moveToElement();
     }
-    EXPECT_EQ(r.state(), XML_TEXTREADER_MODE_EOF);
     EXPECT_EQ(kinds, "10 1 8 7 4 5 1 14 1 3 15 15 15 ");
     r.reset();
     ASSERT_TRUE(r.read() && r.read());
