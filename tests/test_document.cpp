@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -26,79 +25,52 @@ using tarn::XmlNodePtr;
 
 // --- Loading ---------------------------------------------------------------------------------------
 
-
-TEST(Document, ResetReloadAndDestructionLeaveTheOldRootHandleWithoutANode)
+// Each load replaces the previous tree, and the handle on the old root is left without a node,
+// whether the new text parses or not; so does the new root's handle once the document goes.
+TEST(Document, LoadReplacesTheTreeAndEmptiesTheOldRootHandle)
 {
-    XmlDocumentPtr doc = tarn::CreateXmlDocument("<r/>");
-    ASSERT_TRUE(doc);
-    XmlNodePtr root = doc->GetRoot();
-    doc->reset();
-    EXPECT_EQ(root->getlibXML2Node(), nullptr);
-    EXPECT_EQ(root->OuterXml(), "");
-
-    ASSERT_EQ(doc->Load("<s/>", false), 0);
-    EXPECT_EQ(doc->GetRoot()->GetName(), "s");
-
-    doc.reset(); // the handle outlives the document and refers to nothing
-    EXPECT_EQ(root->getlibXML2Node(), nullptr);
-    EXPECT_EQ(root->GetName(), "");
-}
-
-TEST(Document, TextThatDoesNotParse)
-{
-    struct Case { const char* text; bool recover; int result; const char* root; };
-    const Case cases[] = {
-        {"not xml", false, -1, nullptr},
-        {"", false, -1, nullptr},
-        {"<a><b></a>", false, -1, nullptr},
-        {"<a><b></a>", true, 0, "a"},
-        {"<a/><b/>", false, -1, nullptr},
-        {"<a>&undeclared;</a>", false, -1, nullptr},
-    };
+    struct Case { const char* text; bool recover; const char* root; }; // Load gives 0 exactly when there is a root
+    const Case cases[] = {{"not xml", false, nullptr}, {"", false, nullptr},       {"<a><b></a>", false, nullptr},
+                          {"<a><b></a>", true, "a"},   {"<a/><b/>", false, nullptr}, {"<a>&undeclared;</a>", false, nullptr},
+                          {"<s/>", false, "s"}};
+    tarn::libXMLStartup(); // the scratch document is made once, before the count starts
     tarntest::LibxmlAllocations allocations;
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.text) + (c.recover ? " (recover)" : ""));
         XmlDocumentPtr doc = tarn::CreateXmlDocument("<previous><tree/></previous>");
-        ASSERT_TRUE(doc);
         XmlNodePtr oldRoot = doc->GetRoot();
         testing::internal::CaptureStderr();
-        const int result = doc->Load(c.text, c.recover);
-        const std::string printed = testing::internal::GetCapturedStderr();
-        EXPECT_EQ(result, c.result);
-        EXPECT_EQ(printed, ""); // libxml2 prints nothing
+        EXPECT_EQ(doc->Load(c.text, c.recover), c.root ? 0 : -1);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), ""); // libxml2 prints nothing
         EXPECT_EQ(oldRoot->getlibXML2Node(), nullptr);
-        if (c.root == nullptr) {
-            EXPECT_FALSE(doc->GetRoot());
-        } else {
-            ASSERT_TRUE(doc->GetRoot());
-            EXPECT_EQ(doc->GetRoot()->GetName(), c.root);
-        }
+        const XmlNodePtr root = doc->GetRoot();
+        EXPECT_EQ(root ? root->GetName() : "(none)", c.root ? c.root : "(none)");
         doc.reset();
+        EXPECT_TRUE(!root || (root->getlibXML2Node() == nullptr && root->GetName().empty()));
         xmlResetLastError(); // libxml2 keeps the texts of the last error per thread
         EXPECT_EQ(allocations.outstanding(), 0); // the previous tree went, the failed parse left nothing
     }
+    XmlDocumentPtr doc = tarn::CreateXmlDocument("<r/>");
+    const XmlNodePtr root = doc->GetRoot();
+    doc->reset();
+    EXPECT_TRUE(root->getlibXML2Node() == nullptr && !doc->GetRoot());
 }
 
 TEST(Document, InvalidUtf8IsRepairedBeforeParsing)
 {
-    struct Case { const char* label; std::string text, data; };
-    const Case cases[] = {
-        {"lone byte", "<a>x\xe9y</a>", "x\xef\xbf\xbdy"},
-        {"control character", std::string("<a>x\x01y</a>"), "x?y"},
-        {"declared Latin-1", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>\xe9</a>", ""},
+    const std::pair<const char*, const char*> cases[] = {
+        {"<a>x\xe9y</a>", "x\xef\xbf\xbdy"}, {"<a>x\x01y</a>", "x?y"},
+        {"<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>\xe9</a>", nullptr}, // any valid text
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.label);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.first);
         XmlDocumentPtr doc = tarn::CreateXmlDocument();
-        ASSERT_EQ(doc->Load(c.text, false), 0);
+        ASSERT_EQ(doc->Load(c.first, false), 0);
         const std::string data = doc->GetRoot()->GetData();
         EXPECT_TRUE(XmlHelper::isValidUTF8(data));
-        if (!c.data.empty()) {
-            EXPECT_EQ(data, c.data);
-        }
+        EXPECT_TRUE(c.second == nullptr || data == c.second) << data;
     }
 }
-
 
 // Names and texts of a loaded tree are allocated per node (no dictionary): a node moved into
 // another tree survives the document it came from, and is freed by its new owner only.
@@ -108,46 +80,40 @@ TEST(Document, MovedNodesOutliveTheirFirstDocument)
     XmlNodePtr detached = tarn::CreateXmlNode("holder", "");
     {
         XmlDocumentPtr from = tarn::CreateXmlDocument("<from a=\"1\"><moved b=\"2\">text<x/></moved><kept>k</kept></from>");
-        ASSERT_TRUE(from);
         xmlNode* const fromRoot = from->GetRoot()->getlibXML2Node();
-        XmlNodePtr moved = tarn::CreateXmlNode();
-        moved->Initialize(fromRoot->children);
-        ASSERT_EQ(to->GetRoot()->AddChild(moved), 0);
-        XmlNodePtr kept = tarn::CreateXmlNode();
-        kept->Initialize(fromRoot->children);
-        ASSERT_EQ(detached->AddChild(kept), 0);
+        for (const XmlNodePtr& target : {to->GetRoot(), detached}) { // moved to one, kept by the other
+            XmlNodePtr node = tarn::CreateXmlNode();
+            node->Initialize(fromRoot->children);
+            ASSERT_EQ(target->AddChild(node), 0);
+        }
+        // SerializeOuterXml takes the root out of its document and leaves no link into the scratch
+        // document: the root can be moved on like any other node.
         XmlNodePtr root = from->GetRoot();
-        EXPECT_EQ(root->SerializeOuterXml(),
-                  "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<from a=\"1\"/>\n");
-        root->Remove(); // the document no longer holds its root: free it here
+        EXPECT_EQ(root->SerializeOuterXml(), "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<from a=\"1\"/>\n");
+        EXPECT_TRUE(root->getlibXML2Node()->parent == nullptr && tarn::g_tempDoc->children == nullptr);
+        ASSERT_EQ(detached->AddChild(root), 0);
     }
     EXPECT_EQ(to->GetRoot()->OuterXml(), "<to><moved b=\"2\">text<x/></moved></to>");
-    EXPECT_EQ(detached->OuterXml(), "<holder><kept>k</kept></holder>");
+    EXPECT_EQ(detached->OuterXml(), "<holder><kept>k</kept><from a=\"1\"/></holder>");
 }
 
 // --- Hostile documents -----------------------------------------------------------------------------
 
+// Entities from local files are covered by the hostile corpus; here: external DTDs, entities over
+// the network (a listening socket that nobody may connect to) and XInclude.
 TEST(HostileDocument, ExternalEntitiesAreNeitherReadNorFetched)
 {
     tarntest::TempDir dir;
-    const std::string secretFile = dir.write("secret.txt", "SECRET-MARKER");
     const std::string dtdFile = dir.write("ext.dtd", "<!ENTITY fromDtd \"DTD-MARKER\">");
-
-    // A listening socket that nobody may connect to.
-    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
     ASSERT_GE(listener, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(::listen(listener, 4), 0);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    ASSERT_TRUE(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 && ::listen(listener, 4) == 0);
     socklen_t length = sizeof address;
     ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
     const std::string http = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
 
     const std::string documents[] = {
-        "<?xml version=\"1.0\"?><!DOCTYPE r [<!ENTITY x SYSTEM \"file:///etc/passwd\">]><r>&x;</r>",
-        "<!DOCTYPE r [<!ENTITY x SYSTEM \"file://" + secretFile + "\">]><r>&x;</r>",
         "<!DOCTYPE r SYSTEM \"file://" + dtdFile + "\"><r>&fromDtd;</r>",
         "<!DOCTYPE r [<!ENTITY % p SYSTEM \"file://" + dtdFile + "\"> %p;]><r>&fromDtd;</r>",
         "<!DOCTYPE r SYSTEM \"" + http + "/d.dtd\"><r/>",
@@ -158,29 +124,16 @@ TEST(HostileDocument, ExternalEntitiesAreNeitherReadNorFetched)
         for (bool recover : {false, true}) {
             SCOPED_TRACE(text + (recover ? " (recover)" : ""));
             XmlDocumentPtr doc = tarn::CreateXmlDocument();
-            const int result = doc->Load(text, recover);
-            if (result != 0) {
-                EXPECT_FALSE(doc->GetRoot());
-                continue;
-            }
+            if (doc->Load(text, recover) != 0)
+                continue; // refusing the document is fine too
             ASSERT_TRUE(doc->GetRoot());
             const std::string outer = doc->GetRoot()->OuterXml();
-            for (const char* marker : {"root:", "SECRET-MARKER", "DTD-MARKER"})
-                EXPECT_EQ(outer.find(marker), std::string::npos) << outer;
+            EXPECT_TRUE(outer.find("root:") == std::string::npos && outer.find("DTD-MARKER") == std::string::npos) << outer;
             EXPECT_EQ(doc->GetRoot()->GetData(), "");
         }
-
-    ::fcntl(listener, F_SETFL, O_NONBLOCK);
     const int connection = ::accept(listener, nullptr, nullptr);
-    const int acceptError = errno;
-    EXPECT_EQ(connection, -1) << "the parser connected to " << http;
-    EXPECT_TRUE(acceptError == EAGAIN || acceptError == EWOULDBLOCK);
-    if (connection >= 0)
-        ::close(connection);
+    EXPECT_TRUE(connection == -1 && (errno == EAGAIN || errno == EWOULDBLOCK)) << "the parser connected to " << http;
     ::close(listener);
 }
-
-
-
 
 } // namespace
