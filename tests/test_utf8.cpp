@@ -13,6 +13,7 @@
 #include <new>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using namespace std::string_literals;
@@ -65,14 +66,12 @@ TEST(Gate, AcceptsValidTextAndRepairsTheRest)
         SCOPED_TRACE(hex(input));
         const auto copy = exact(input);
         const bool valid = repaired.empty();
-        EXPECT_EQ(XmlHelper::isValidUTF8(copy.data(), sizeOf(input)), valid);
-        EXPECT_EQ(XmlHelper::isValidUTF8(input), valid);
-        EXPECT_EQ(XmlHelper::isValidUTF8(input.c_str()), valid || input == "a\0b"s); // sees "a" only
+        EXPECT_EQ(std::make_tuple(XmlHelper::isValidUTF8(copy.data(), sizeOf(input)), XmlHelper::isValidUTF8(input),
+                                  XmlHelper::isValidUTF8(input.c_str())), std::make_tuple(valid, valid, valid || input == "a\0b"s));
         std::string scratch = "old content";
         const XmlHelper::TextView view = XmlHelper::sanitize(copy.data(), sizeOf(input), scratch);
         EXPECT_EQ(hex(std::string(view.view())), hex(valid ? input : repaired));
-        EXPECT_EQ(view.data, valid ? copy.data() : scratch.c_str());
-        EXPECT_EQ(view.size, valid ? input.size() : scratch.size());
+        EXPECT_TRUE(view.data == (valid ? copy.data() : scratch.c_str()) && view.size == (valid ? input.size() : scratch.size()));
     }
     // The count decides, not the zero terminator.
     EXPECT_TRUE(XmlHelper::isValidUTF8("caf\xC3\xA9\x01", 5u));
@@ -126,10 +125,8 @@ TEST(Sanitize, AnyInputComesOutValid)
 TEST(Sanitize, AllocatesOnlyToRepair)
 {
     // Fails when a tool such as valgrind has put its own operator new in place of this file's.
-    const bool counting = allocationsDuring([] {
-        void* volatile probe = ::operator new(64); // volatile: the pair may not be optimised away
-        ::operator delete(probe);
-    }) == 1;
+    // The probe is volatile so that the pair is not optimised away.
+    const bool counting = allocationsDuring([] { void* volatile probe = ::operator new(64); ::operator delete(probe); }) == 1;
     std::string text, scratch;
     while (text.size() < 100000)
         text += "<entry lang=\"ja\">\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E</entry>\n\t<x y=\"1\"/>\r\n";
@@ -154,18 +151,18 @@ TEST(Sanitize, AllocatesOnlyToRepair)
 
 TEST(ReplaceInvalidNumericEncodings, Table)
 {
+    // Upper-case X or no digits read as 0; leading white space is skipped, and all up to ";" goes;
+    // the search goes on after the ";". Numbers are read as strtoul reads them: -1 wraps to
+    // 0xFFFFFFFF, the first non-digit stops, beyond 32 bits is refused. A zero byte ends the text.
     const std::pair<std::string, std::string> cases[] = {
         {"", ""}, {"plain text & more # signs", "plain text & more # signs"}, {"a&#x1F;b", "a?b"}, {"abc&#", "abc&#"},
-        {"&#9; &#10; &#13; &#65; &#200; &#xD800;", "&#9; &#10; &#13; &#65; &#200; &#xD800;"},
-        {"&#X41;", "?"}, {"&#;", "?"}, {"&#x;", "?"}, // upper-case X or no digits: value 0
-        {"&# 7;", "?"}, {"&#1 x; y", "? y"}, // leading white space is skipped; all up to ";" goes
-        {"&#1;&#65;&#0;&#2", "?&#65;?&#2"}, {"&#65&#1;", "&#65&#1;"}, // the search goes on after ";"
+        {"&#X41;", "?"}, {"&#;", "?"}, {"&#x;", "?"}, {"&# 7;", "?"}, {"&#1 x; y", "? y"}, {"&#9; &#13; &#200; &#xD800;", "&#9; &#13; &#200; &#xD800;"},
+        {"&#1;&#65;&#0;&#2", "?&#65;?&#2"}, {"&#65&#1;", "&#65&#1;"}, {"\xC3\xA9&#8;\xE2\x82\xAC", "\xC3\xA9?\xE2\x82\xAC"},
         {"&#31;&#32;&#126;&#127;&#128;", "?&#32;&#126;?&#128;"}, {"&#x7e;&#x7f;&#x80;&#x0a;&#x0b;", "&#x7e;?&#x80;&#x0a;?"},
-        {"&#0000065;&#00001;", "&#0000065;?"}, {"&#4294967295;&#4294967296;", "&#4294967295;?"}, // beyond 32 bits
+        {"&#0000065;&#00001;", "&#0000065;?"}, {"&#4294967295;&#4294967296;", "&#4294967295;?"},
         {"&#xFFFFFFFF;&#x100000000;", "&#xFFFFFFFF;?"}, {"&#99999999999999999999999999999999999999;", "?"},
-        {"&#-1;", "&#-1;"}, {"&#+9;&#+8;", "&#+9;?"}, {"&#12abc;&#65abc;", "?&#65abc;"}, // read as strtoul does:
-        {"\xC3\xA9&#8;\xE2\x82\xAC", "\xC3\xA9?\xE2\x82\xAC"}, // -1 wraps to 0xFFFFFFFF, the first non-digit stops
-        {"ab\0cd"s, "ab"}, {"a&#1;\0&#1;"s, "a?"}, {"&#1\0;"s, "&#1"}}; // a zero byte ends the text
+        {"&#-1;", "&#-1;"}, {"&#+9;&#+8;", "&#+9;?"}, {"&#12abc;&#65abc;", "?&#65abc;"},
+        {"ab\0cd"s, "ab"}, {"a&#1;\0&#1;"s, "a?"}, {"&#1\0;"s, "&#1"}};
     for (const auto& [input, output] : cases)
         EXPECT_EQ(XmlHelper::replaceInvalidNumericEncodings(input), output) << input;
 }
@@ -180,9 +177,7 @@ TARN_TEST_REPLACED void* operator new(std::size_t size) { return countedAllocate
 TARN_TEST_REPLACED void* operator new[](std::size_t size) { return countedAllocate(size); }
 TARN_TEST_REPLACED void operator delete(void* p) noexcept { std::free(p); }
 TARN_TEST_REPLACED void operator delete[](void* p) noexcept { std::free(p); }
-TARN_TEST_REPLACED void* operator new(std::size_t size, const std::nothrow_t&) noexcept
-{ try { return ::operator new(size); } catch (...) { return nullptr; } }
-TARN_TEST_REPLACED void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
-{ try { return ::operator new[](size); } catch (...) { return nullptr; } }
+TARN_TEST_REPLACED void* operator new(std::size_t n, const std::nothrow_t&) noexcept { try { return ::operator new(n); } catch (...) { return nullptr; } }
+TARN_TEST_REPLACED void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { try { return ::operator new[](n); } catch (...) { return nullptr; } }
 TARN_TEST_REPLACED void operator delete(void* p, std::size_t) noexcept { ::operator delete(p); }
 TARN_TEST_REPLACED void operator delete[](void* p, std::size_t) noexcept { ::operator delete[](p); }

@@ -9,6 +9,7 @@
 #include <utf8.h>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -141,10 +142,7 @@ TEST_P(Utf8PathTest, ShortInputsAtBlockEdges)
     // strings over the alphabet also at each offset, the rest at offset 0 only.
     for (std::size_t length = 1; length <= (tarntest::quick() ? 3u : 4u); ++length) {
         const std::size_t letters = length <= 2 ? 256 : kAlphabetSize;
-        std::size_t total = 1;
-        for (std::size_t k = 0; k < length; ++k)
-            total *= letters;
-        for (std::size_t index = 0; index < total; ++index) {
+        for (std::size_t index = 0, total = static_cast<std::size_t>(std::pow(letters, length)); index < total; ++index) {
             Bytes s(length);
             for (std::size_t k = 0, rest = index; k < length; ++k, rest /= letters)
                 s[k] = static_cast<unsigned char>(length <= 2 ? rest % letters : kAlphabet[rest % letters]);
