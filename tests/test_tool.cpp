@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <regex>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -16,7 +15,12 @@ namespace {
 
 struct Result { int code; std::string out, err; };
 
-std::string quote(const std::string& word) { return "'" + std::regex_replace(word, std::regex("'"), "'\\''") + "'"; }
+// Single quotes for the shell; a quote inside becomes '\''.
+std::string quote(std::string word) {
+    for (std::size_t at = word.find('\''); at != std::string::npos; at = word.find('\'', at + 4))
+        word.replace(at, 1, "'\\''");
+    return "'" + word + "'";
+}
 
 class ToolTest : public ::testing::Test {
 protected:
@@ -58,7 +62,7 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
         {{"check", "-"}, 1, "", "-:1:1: Document is empty"}, {{"check", "-"}, 1, "", "-:1:5: Extra content", "<a/><b/>"},
         {{"check", missing}, 2, "", missing + ": No such file or directory"},
         {{"select", "-x", "//item", doc}, 0, "<item id=\"1\" kind=\"fruit\">Äpfel &amp; Birnen</item>\n<item id=\"2\">Brot<note>frisch</note></item>\n<item id=\"3\"/>\n", ""},
-        {{"select", "--text", "-x", "/shop/item", doc}, 0, "Äpfel & Birnen\nBrot\n", ""}, {{"select", "--attr", "kind", "-x", "//item", doc}, 0, "fruit\n", ""},
+        {{"select", "--text", "-x", "/shop/item", doc}, 0, "Äpfel & Birnen\nBrot\n", ""}, {{"select", "--attr", "kind", "-x", "//item[@id!='2']", doc}, 0, "fruit\n", ""},
         {{"select", "--count", "-x", "//item", doc}, 0, "3\n", ""}, {{"select", "--count", "-x", "//nothing", doc}, 1, "0\n", ""},
         {{"select", "-x", "//nothing", doc}, 1, "", ""}, {{"select", "--attr", "missing", "-x", "//item", doc}, 1, "", ""},
         {{"select", "-x", "count(//item) * 2", doc}, 0, "6\n", ""}, {{"select", "-x", "//item/@id", doc}, 1, "", "no element"},
