@@ -1,12 +1,12 @@
 // The tarnxml program, driven as a user drives it: files in a temporary directory, standard
 // input, exit codes, standard output and standard error.
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "TestSupport.h"
@@ -15,24 +15,21 @@ namespace {
 
 struct Result { int code; std::string out, err; };
 
-std::string quote(const std::string& word) {
-    std::string quoted = "'";
-    for (char c : word)
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
+// Single quotes for the shell; a quote inside becomes '\''.
+std::string quote(std::string word) {
+    for (std::size_t at = word.find('\''); at != std::string::npos; at = word.find('\'', at + 4))
+        word.replace(at, 1, "'\\''");
+    return "'" + word + "'";
 }
 
 class ToolTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        if (std::string(TARNXML_TOOL_PATH).empty())
-            GTEST_SKIP() << "the tarnxml tool is not built";
-    }
+    void SetUp() override { if (std::string(TARNXML_TOOL_PATH).empty()) GTEST_SKIP() << "the tarnxml tool is not built"; }
 
-    // Runs `program` with `args` and `input` on standard input. A crash shows as code -1.
-    Result run(const std::vector<std::string>& args, const std::string& input = "", const std::string& program = TARNXML_TOOL_PATH) {
+    // Runs the tool with `args` and `input` on standard input. A crash shows as code -1.
+    Result run(const std::vector<std::string>& args, const std::string& input = "") {
         const std::string io = dir.write(".in", input);
-        std::string line = quote(program) + " <" + quote(io) + " >" + quote(io + ".out") + " 2>" + quote(io + ".err");
+        std::string line = quote(TARNXML_TOOL_PATH) + " <" + quote(io) + " >" + quote(io + ".out") + " 2>" + quote(io + ".err");
         for (const std::string& arg : args)
             line += ' ' + quote(arg);
         const int status = std::system(line.c_str());
@@ -51,29 +48,27 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
     struct Case { std::vector<std::string> args; int code; std::string out, err, input = ""; };
     const std::string head = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n", ed0 = head + "<r><a k=\"1\">x</a><b><c/></b><a/></r>\n";
     const std::string doc = dir.write("doc.xml", kDoc), bad = dir.write("bad.xml", "<a>\n  <b>\n</a>\n"), ed = dir.write("ed.xml", ed0);
-    const std::string empty = dir.write("empty.xml", ""), missing = dir.path() + "/missing.xml", docOk = doc + ": ok, 6 elements\n";
-    const std::string repaired = dir.write("repaired.xml", "<a>caf\xC3 \x01</a>"), mismatch = "3:5: Opening and ending tag mismatch: b line 2 and a";
-    const std::string small = dir.write("small.xml", "<r a=\"1\"><b>t\tx</b><c/><!--n--></r>");
+    const std::string missing = dir.path() + "/missing.xml", docOk = doc + ": ok, 6 elements\n", mismatch = "3:5: Opening and ending tag mismatch: b line 2 and a";
+    const std::string repaired = dir.write("repaired.xml", "<a>caf\xC3 \x01</a>"), small = dir.write("small.xml", "<r a=\"1\"><b>t\tx</b><c/><!--n--></r>");
     const std::string prolog = dir.write("p.xml", "<?xml version=\"1.0\"?>\n<!DOCTYPE r>\n<!-- kept -->\n<r><a>1</a><a>2</a></r>\n");
     const Case cases[] = {
         {{}, 2, "", "subcommand"}, {{"frobnicate"}, 2, "", "unknown subcommand 'frobnicate'"}, {{"check", "--bogus", doc}, 2, "", "--bogus"},
-        {{"check"}, 2, "", "FILE"}, {{"select", doc}, 2, "", "--xpath"}, {{"select", "--text", "--count", "-x", "//a", doc}, 2, "", "excludes"},
+        {{"select", doc}, 2, "", "--xpath"}, {{"select", "--text", "--count", "-x", "//a", doc}, 2, "", "excludes"}, {{"check"}, 2, "", "FILE"},
         // check: the worst verdict gives the exit code.
         {{"check", doc}, 0, docOk, ""}, {{"check", "-"}, 0, "-: ok, 1 element\n", "", "<r/>"}, {{"check", bad}, 1, "", bad + ":" + mismatch + "\n"},
-        {{"check", doc, bad}, 1, docOk, bad + ":3:5:"}, {{"check", missing, bad}, 2, "", bad + ":3:5:"},
+        {{"check", doc, bad}, 1, docOk, bad + ":3:5:"}, {{"check", missing, bad}, 2, "", bad + ":3:5:"}, {{"check", "/"}, 2, "", "/: is a directory"},
         {{"check", "--recover", bad}, 0, bad + ": ok, 2 elements, recovered from errors (first at " + mismatch + ")\n", ""},
         {{"check", repaired}, 0, repaired + ": ok, 1 element, invalid UTF-8 or control characters repaired\n", ""},
-        {{"check", empty}, 1, "", empty + ":1:1: Document is empty"}, {{"check", missing}, 2, "", missing + ": No such file or directory"},
-        {{"check", dir.path()}, 2, "", dir.path() + ": is a directory"},
+        {{"check", "-"}, 1, "", "-:1:1: Document is empty"}, {{"check", "-"}, 1, "", "-:1:5: Extra content", "<a/><b/>"},
+        {{"check", missing}, 2, "", missing + ": No such file or directory"},
         {{"select", "-x", "//item", doc}, 0, "<item id=\"1\" kind=\"fruit\">Äpfel &amp; Birnen</item>\n<item id=\"2\">Brot<note>frisch</note></item>\n<item id=\"3\"/>\n", ""},
-        {{"select", "--text", "-x", "/shop/item", doc}, 0, "Äpfel & Birnen\nBrot\n", ""}, {{"select", "--attr", "kind", "-x", "//item", doc}, 0, "fruit\n", ""},
+        {{"select", "--text", "-x", "/shop/item", doc}, 0, "Äpfel & Birnen\nBrot\n", ""}, {{"select", "--attr", "kind", "-x", "//item[@id!='2']", doc}, 0, "fruit\n", ""},
         {{"select", "--count", "-x", "//item", doc}, 0, "3\n", ""}, {{"select", "--count", "-x", "//nothing", doc}, 1, "0\n", ""},
         {{"select", "-x", "//nothing", doc}, 1, "", ""}, {{"select", "--attr", "missing", "-x", "//item", doc}, 1, "", ""},
         {{"select", "-x", "count(//item) * 2", doc}, 0, "6\n", ""}, {{"select", "-x", "//item/@id", doc}, 1, "", "no element"},
         {{"select", "-x", "//box/item"}, 0, "<item id=\"3\"/>\n", "", kDoc}, {{"select", "-x", "//a"}, 1, "", "-:1:", "<a><b></a>"},
         {{"select", "-x", "//item[@id=", doc}, 2, "", "invalid XPath expression '//item[@id='"},
         {{"select", "-x", "nosuch(//item)", doc}, 2, "", "'nosuch(//item)': Unregistered function"},
-        {{"select", "-x", "//p:item", doc}, 2, "", "'//p:item': Undefined namespace prefix"},
         // edit: actions apply in order to each selected element; c lies inside b, so deleting b takes c.
         {{"edit", "-x", "//a", "--set-text", "T", "--set-attr", "k=v=w", ed}, 0, head + "<r><a k=\"v=w\">T</a><b><c/></b><a k=\"v=w\">T</a></r>\n", ""},
         {{"edit", "-x", "/r/a[1]", "--del-attr", "k", "--append", "n=1 & 2", "-x", "//c", "--set-attr", "z=<", ed}, 0,
@@ -84,18 +79,17 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
         {{"edit", "-x", "/r", "--delete", ed}, 0, ed0, "root element cannot be deleted"}, {{"edit", "-x", "//zzz", "--delete", ed}, 1, ed0, "'//zzz' selects no element"},
         {{"edit", "--set-text", "x", ed}, 2, "", "--set-text needs a preceding -x"}, {{"edit", "-x", "//a", "--append", "novalue", ed}, 2, "", "NAME=VALUE"},
         {{"edit", "-x", "//a[", "--delete", ed}, 2, "", "'//a['"}, {{"edit", "-x", "//a", "--delete", "--in-place"}, 2, "", "standard input", ed0},
-        {{"edit", "-x", "//a", "--delete"}, 1, "", "-:1:", "<r><a></r>"},
         {{"format", small}, 0, "<r a=\"1\">\n  <b>t\tx</b>\n  <c />\n  <!--n-->\n</r>\n", ""}, {{"format"}, 1, "", "-:1:", "<r><unclosed></r>"},
         {{"format", "--indent", "\t", small}, 0, "<r a=\"1\">\n\t<b>t\tx</b>\n\t<c />\n\t<!--n-->\n</r>\n", ""},
-        {{"format", "--raw", small}, 0, "<r a=\"1\"><b>t\tx</b><c/><!--n--></r>\n", ""},
+        {{"format", "--raw", small}, 0, "<r a=\"1\"><b>t\tx</b><c/><!--n--></r>\n", ""}, {{"edit", "-x", "//a", "--delete"}, 1, "", "-:1:", "<r><a></r>"},
         {{"stream", small}, 0, "0 element r\n1 attribute a \"1\"\n1 element b\n2 text #text \"t\\tx\"\n1 end-element b\n1 element c empty\n1 comment #comment \"n\"\n0 end-element r\n", ""},
         {{"stream", "-"}, 0, "0 element r\n1 attribute q \"\\\"\"\n1 text #text \"line1\\nline2\\\\\"\n1 cdata #cdata-section \"<x>\"\n0 end-element r\n", "",
          "<r q='\"'>line1\nline2\\<![CDATA[<x>]]></r>"},
         {{"stream", "--skip-blanks", "-"}, 0, "0 element r\n1 element a empty\n0 end-element r\n", "", "<r>\n  <a/>\n</r>"},
         {{"stream", "-"}, 1, "", "-:1:", "<r><a></r>"}, {{"stream", "-"}, 1, "", "Document is empty"}, {{"stream", "/"}, 2, "", "is a directory"},
-        {{"encode"}, 0, "a&lt;b &amp; &apos;c&apos; &quot;d&quot;&#xA;&#x9;&#xD;&#xE9;&#x1F600;", "", "a<b & 'c' \"d\"\n\t\r\xC3\xA9\xF0\x9F\x98\x80"},
-        {{"encode"}, 1, "", "not valid UTF-8 (first invalid byte at offset 2)", "ok\xC3("}, {{"encode"}, 0, "", ""},
-        {{"decode"}, 0, "<\xC3\xA9" "A&amp;&bogus;\xF0\x9F\x98\x80", "", "&lt;&#233;&#x41;&amp;amp;&bogus;&#x1F600;"},
+        // encode and decode: the conversions themselves are the library's; here the bytes in and out.
+        {{"encode"}, 0, "a&lt;&#xA;&#xE9;", "", "a<\n\xC3\xA9"}, {{"encode"}, 1, "", "not valid UTF-8 (first invalid byte at offset 2)", "ok\xC3("},
+        {{"encode"}, 0, "", ""}, {{"decode"}, 0, "<\n\xC3\xA9&bogus;", "", "&lt;\n&#233;&bogus;"}, {{"demo", "--sample", missing}, 2, "", missing + ": No such"},
         {{"write"}, 0, "<?xml version=\"1.0\" encoding=\"UTF-8\"?><list n=\"2\"><item>a &amp; b</item><empty/></list>\n", "",
          "declaration\n# a comment\nstart list\nattr n 2\nelement item a & b\nstart empty\nend\n"},
         {{"write", "--indent", "  "}, 0, "<r>one\ntwo<![CDATA[<raw>]]><!--c-->\n</r>\n", "", "start r\ntext one\\ntwo\ncdata <raw>\ncomment c\n"},
@@ -103,10 +97,7 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
         {{"write"}, 1, "", "-:3: 'end' without an open element", "start r\nend\nend\n"}, {{"write"}, 1, "", "-:1: 'attr' outside an element", "attr x 1\n"},
         {{"write"}, 1, "", "-:3: a second root element", "start r\nend\nstart s\n"}, {{"write"}, 1, "", "-:1: unknown keyword 'begin'", "begin r\n"}};
     for (const Case& c : cases) {
-        std::string shown;
-        for (const std::string& arg : c.args)
-            shown += arg + ' ';
-        SCOPED_TRACE(shown);
+        SCOPED_TRACE(fmt::format("{}", fmt::join(c.args, " ")));
         const Result result = run(c.args, c.input);
         EXPECT_EQ(c.code, result.code) << result.err;
         EXPECT_EQ(c.out, result.out);
@@ -116,80 +107,44 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
 
 TEST_F(ToolTest, HelpVersionAndDemo) {
     const Result help = run({"--help"}), version = run({"--version"});
-    EXPECT_EQ(0, help.code + version.code);
-    EXPECT_EQ(0u, version.out.find("tarnxml "));
+    EXPECT_TRUE(help.code == 0 && version.code == 0 && version.out.find("tarnxml ") == 0) << version.out;
     for (const char* command : {"check", "select", "edit", "format", "stream", "encode", "decode", "write", "demo"}) {
         const Result sub = run({command, "--help"});
-        EXPECT_EQ(0, sub.code) << command;
-        EXPECT_NE(std::string::npos, sub.out.find(std::string("tarnxml ") + command)) << command;
-        EXPECT_NE(std::string::npos, help.out.find(command)) << command;
+        EXPECT_TRUE(sub.code == 0 && sub.out.find(std::string("tarnxml ") + command) != std::string::npos &&
+                    help.out.find(command) != std::string::npos) << command;
     }
     const Result demo = run({"demo", "--sample", std::string(TARNXML_SOURCE_DIR) + "/examples/sample.xml"});
     EXPECT_EQ(0, demo.code) << demo.err;
     for (const char* step : {"$ tarnxml check", "$ tarnxml select", "$ tarnxml edit", "$ tarnxml format",
                              "$ tarnxml stream", "| tarnxml write", "| tarnxml encode", "| tarnxml decode"})
         EXPECT_NE(std::string::npos, demo.out.find(step)) << step;
-    const Result missing = run({"demo", "--sample", dir.path() + "/absent.xml"});
-    EXPECT_EQ(2, missing.code);
-    EXPECT_NE(std::string::npos, missing.err.find("absent.xml: No such file or directory"));
 }
 
 TEST_F(ToolTest, EditInPlaceReplacesTheFileOrLeavesItUntouched) {
-    const std::string doc = "<r><a>x</a></r>", path = dir.write("doc.xml", doc);
-    ::chmod(path.c_str(), 0640);
+    const std::string doc = "<r><a>x</a></r>", locked = dir.path() + "/locked";
+    std::filesystem::create_directory(locked);
+    const std::string path = dir.write("locked/doc.xml", doc);
+    std::filesystem::permissions(path, std::filesystem::perms(0640));
     const Result done = run({"edit", "--in-place", "-x", "//a", "--set-text", "y", path});
-    EXPECT_EQ(0, done.code) << done.err;
-    EXPECT_EQ("", done.out);
+    EXPECT_TRUE(done.code == 0 && done.out.empty()) << done.err;
     EXPECT_EQ("<?xml version=\"1.0\"?>\n<r><a>y</a></r>\n", tarntest::readFile(path));
     // Written through a temporary file renamed over the old one: mode kept, nothing left behind.
-    struct stat info {};
-    ASSERT_EQ(0, ::stat(path.c_str(), &info));
-    EXPECT_EQ(0640u, info.st_mode & 07777u);
-    std::string names;
-    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
-        names += entry.path().filename().string().rfind(".in", 0) == 0 ? "" : entry.path().filename().string() + " ";
-    EXPECT_EQ("doc.xml ", names);
+    EXPECT_EQ(std::filesystem::perms(0640), std::filesystem::status(path).permissions());
+    EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(locked), std::filesystem::directory_iterator()));
     // A name so long that no temporary name fits beside it fails even for root; a read-only
     // directory fails for everyone else.
     std::vector<std::string> refused = {dir.write(std::string(250, 'n') + ".xml", doc)};
-    const std::string locked = dir.path() + "/locked";
-    std::filesystem::create_directory(locked);
     if (::geteuid() != 0)
         refused.push_back(dir.write("locked/doc.xml", doc));
-    ::chmod(locked.c_str(), 0555);
+    std::filesystem::permissions(locked, std::filesystem::perms(0555));
     for (const std::string& target : refused) {
         const Result result = run({"edit", "--in-place", "-x", "//a", "--delete", target});
-        EXPECT_EQ(2, result.code);
-        EXPECT_NE(std::string::npos, result.err.find("left unchanged")) << result.err;
+        EXPECT_TRUE(result.code == 2 && result.err.find("left unchanged") != std::string::npos) << result.err;
         EXPECT_EQ(doc, tarntest::readFile(target));
     }
-    ::chmod(locked.c_str(), 0755);
+    std::filesystem::permissions(locked, std::filesystem::perms(0755));
     if (::geteuid() == 0)
         GTEST_SKIP() << "root can write into a read-only directory";
-}
-
-// The same answers as xmllint on a large real document and on a few good and bad ones.
-TEST_F(ToolTest, AgreesWithXmllint) {
-    const std::string mime = "/usr/share/mime/packages/freedesktop.org.xml";
-    if (std::system("command -v xmllint >/dev/null 2>&1") != 0 || !std::filesystem::exists(mime))
-        GTEST_SKIP() << "xmllint or " << mime << " is missing";
-    for (const std::string& path : {mime, dir.write("ok.xml", kDoc), dir.write("twice.xml", "<a/><b/>"),
-                                    dir.write("amp.xml", "<a>&</a>"), dir.write("cdata.xml", "<a><![CDATA[<]]></a>")}) {
-        SCOPED_TRACE(path);
-        EXPECT_EQ(run({"--noout", path}, "", "xmllint").code == 0 ? 0 : 1, run({"check", path}).code);
-    }
-    const std::string mimeTypes = "//*[local-name()='mime-type']", firstThree = "(" + mimeTypes + ")[position() <= 3]";
-    for (const std::string& xpath : {mimeTypes, std::string("//*"), std::string("//*[@type='text/plain']")}) {
-        SCOPED_TRACE(xpath);
-        const Result lint = run({"--xpath", "count(" + xpath + ")", mime}, "", "xmllint");
-        ASSERT_EQ(0, lint.code);
-        EXPECT_EQ(lint.out.substr(0, lint.out.find_last_not_of('\n') + 1) + "\n", run({"select", "--count", "-x", xpath, mime}).out);
-    }
-    // Both print each element with libxml2's node writer, one after another.
-    EXPECT_EQ(run({"--xpath", firstThree, mime}, "", "xmllint").out, run({"select", "-x", firstThree, mime}).out);
-    const Result lint = run({"--xpath", "string((" + mimeTypes + ")[17]/@type)", mime}, "", "xmllint");
-    EXPECT_EQ(lint.out.substr(0, lint.out.find_last_not_of('\n') + 1) + "\n",
-              run({"select", "--attr", "type", "-x", "(" + mimeTypes + ")[17]", mime}).out);
 }
 
 } // namespace

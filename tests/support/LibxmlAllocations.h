@@ -17,8 +17,8 @@ public:
     {
         xmlInitParser();
         xmlMemGet(&savedFree_, &savedMalloc_, &savedRealloc_, &savedStrdup_);
-        live() = 0;
-        failAfter() = -1;
+        live_ = 0;
+        budget_ = -1;
         xmlMemSetup(countingFree, countingMalloc, countingRealloc, countingStrdup);
     }
     ~LibxmlAllocations() { xmlMemSetup(savedFree_, savedMalloc_, savedRealloc_, savedStrdup_); }
@@ -27,68 +27,45 @@ public:
 
     // Blocks allocated and not yet freed since construction (negative when blocks made before
     // were freed meanwhile).
-    long outstanding() const { return live(); }
+    long outstanding() const { return live_; }
     // The next `count` allocations succeed, every later one fails, until allowAll().
-    void failAfter(long count) { failAfter() = count; }
-    void allowAll() { failAfter() = -1; }
+    void failAfter(long count) { budget_ = count; }
+    void allowAll() { budget_ = -1; }
 
 private:
-    static std::atomic<long>& live()
-    {
-        static std::atomic<long> value{0};
-        return value;
-    }
-    static std::atomic<long>& failAfter()
-    {
-        static std::atomic<long> value{-1};
-        return value;
-    }
+    // Allocations still allowed before they fail; negative: no limit.
     static bool refuse()
     {
-        long left = failAfter().load();
-        if (left < 0)
-            return false;
-        if (left == 0)
-            return true;
-        failAfter() = left - 1;
-        return false;
+        const long left = budget_.load();
+        if (left > 0)
+            budget_ = left - 1;
+        return left == 0;
     }
     static void countingFree(void* block)
     {
-        if (block != nullptr)
-            --live();
+        live_ -= block ? 1 : 0;
         std::free(block);
     }
     static void* countingMalloc(size_t size)
     {
-        if (refuse())
-            return nullptr;
-        void* block = std::malloc(size);
-        if (block != nullptr)
-            ++live();
+        void* block = refuse() ? nullptr : std::malloc(size);
+        live_ += block ? 1 : 0;
         return block;
     }
     static void* countingRealloc(void* block, size_t size)
     {
-        if (refuse())
-            return nullptr;
-        void* grown = std::realloc(block, size);
-        if (block == nullptr && grown != nullptr)
-            ++live();
+        void* grown = refuse() ? nullptr : std::realloc(block, size);
+        live_ += !block && grown ? 1 : 0; // a realloc of null is a new block
         return grown;
     }
     static char* countingStrdup(const char* text)
     {
-        if (refuse())
-            return nullptr;
-        char* copy = static_cast<char*>(std::malloc(std::strlen(text) + 1));
-        if (copy == nullptr)
-            return nullptr;
-        std::strcpy(copy, text);
-        ++live();
-        return copy;
+        char* copy = static_cast<char*>(countingMalloc(std::strlen(text) + 1));
+        return copy ? std::strcpy(copy, text) : nullptr;
     }
 
+    static inline std::atomic<long> live_{0};
+    static inline std::atomic<long> budget_{-1};
     xmlFreeFunc savedFree_ = nullptr;
     xmlMallocFunc savedMalloc_ = nullptr;
     xmlReallocFunc savedRealloc_ = nullptr;

@@ -5,12 +5,13 @@
 
 #include <libxml/xmlerror.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <stdexcept>
 
 #include "tarn/logger.h"
@@ -34,11 +35,6 @@ protected:
                                     event.getFunction()});
     }
 };
-
-CollectingAppender& collecting(const log4cplus::SharedAppenderPtr& appender)
-{
-    return static_cast<CollectingAppender&>(*appender);
-}
 
 void quietGeneric(void*, const char*, ...) {}
 void quietStructured(void*, xmlErrorPtr) {}
@@ -66,7 +62,7 @@ LogCapture::~LogCapture()
     root.setLogLevel(savedLevel_);
 }
 
-const std::vector<LogRecord>& LogCapture::records() const { return collecting(appender_).records; }
+const std::vector<LogRecord>& LogCapture::records() const { return static_cast<CollectingAppender&>(*appender_).records; }
 
 std::vector<LogRecord> LogCapture::assertions() const
 {
@@ -76,8 +72,6 @@ std::vector<LogRecord> LogCapture::assertions() const
             out.push_back(record);
     return out;
 }
-
-void LogCapture::clear() { collecting(appender_).records.clear(); }
 
 QuietLibxml2::QuietLibxml2()
 {
@@ -91,15 +85,10 @@ QuietLibxml2::~QuietLibxml2()
     xmlSetStructuredErrorFunc(nullptr, nullptr);
 }
 
-TempDir::TempDir()
+TempDir::TempDir() : path_((std::filesystem::temp_directory_path() / "tarnxml-test-XXXXXX").string())
 {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/tarnxml-test-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (!::mkdtemp(buffer.data()))
+    if (!::mkdtemp(path_.data()))
         throw std::runtime_error("mkdtemp failed");
-    path_ = buffer.data();
 }
 
 TempDir::~TempDir()
@@ -119,9 +108,7 @@ std::string TempDir::write(const std::string& name, const std::string& content) 
 std::string readFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 bool quick()
@@ -130,11 +117,6 @@ bool quick()
     return value && *value && std::string(value) != "0";
 }
 
-long iterations(long normal)
-{
-    if (!quick())
-        return normal;
-    return normal / 10 > 0 ? normal / 10 : 1;
-}
+long iterations(long normal) { return quick() ? std::max(normal / 10, 1L) : normal; }
 
 } // namespace tarntest

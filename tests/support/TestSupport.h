@@ -31,7 +31,6 @@ public:
     const std::vector<LogRecord>& records() const;
     // Records made by tarn::AssertWrite (assertion reports).
     std::vector<LogRecord> assertions() const;
-    void clear();
 
 private:
     log4cplus::SharedAppenderPtr appender_;
