@@ -27,9 +27,10 @@ protected:
     void SetUp() override { if (std::string(TARNXML_TOOL_PATH).empty()) GTEST_SKIP() << "the tarnxml tool is not built"; }
 
     // Runs the tool with `args` and `input` on standard input. A crash shows as code -1.
-    Result run(const std::vector<std::string>& args, const std::string& input = "") {
+    Result run(const std::vector<std::string>& args, const std::string& input = "",
+               const std::string& program = TARNXML_TOOL_PATH) {
         const std::string io = dir.write(".in", input);
-        std::string line = quote(TARNXML_TOOL_PATH) + " <" + quote(io) + " >" + quote(io + ".out") + " 2>" + quote(io + ".err");
+        std::string line = quote(program) + " <" + quote(io) + " >" + quote(io + ".out") + " 2>" + quote(io + ".err");
         for (const std::string& arg : args)
             line += ' ' + quote(arg);
         const int status = std::system(line.c_str());
@@ -145,6 +146,30 @@ TEST_F(ToolTest, EditInPlaceReplacesTheFileOrLeavesItUntouched) {
     std::filesystem::permissions(locked, std::filesystem::perms(0755));
     if (::geteuid() == 0)
         GTEST_SKIP() << "root can write into a read-only directory";
+}
+
+// The same elements and the same well-formedness verdicts as xmllint, on a large real document
+// and on a few good and bad ones.
+TEST_F(ToolTest, AgreesWithXmllint) {
+    const std::string mime = "/usr/share/mime/packages/freedesktop.org.xml";
+    if (std::system("command -v xmllint >/dev/null 2>&1") != 0 || !std::filesystem::exists(mime))
+        GTEST_SKIP() << "xmllint or " << mime << " is missing";
+    const auto lint = [&](const std::vector<std::string>& args) { return run(args, "", "xmllint"); };
+    for (const std::string& path : {mime, dir.write("ok.xml", kDoc), dir.write("twice.xml", "<a/><b/>"),
+                                    dir.write("amp.xml", "<a>&</a>"), dir.write("cdata.xml", "<a><![CDATA[<]]></a>")}) {
+        SCOPED_TRACE(path);
+        EXPECT_EQ(lint({"--noout", path}).code == 0 ? 0 : 1, run({"check", path}).code);
+    }
+    const std::string mimeTypes = "//*[local-name()='mime-type']";
+    for (const std::string& xpath : {mimeTypes, std::string("//*[@type='text/plain']")}) {
+        SCOPED_TRACE(xpath);
+        const Result counted = lint({"--xpath", "count(" + xpath + ")", mime});
+        EXPECT_EQ(counted.out.substr(0, counted.out.find_last_not_of('\n') + 1) + "\n",
+                  run({"select", "--count", "-x", xpath, mime}).out);
+    }
+    // Both print each element with libxml2's node writer, one after another.
+    const std::string firstThree = "(" + mimeTypes + ")[position() <= 3]";
+    EXPECT_EQ(lint({"--xpath", firstThree, mime}).out, run({"select", "-x", firstThree, mime}).out);
 }
 
 } // namespace
