@@ -136,7 +136,10 @@ TEST_P(Hostile, ToolCheckAndStreamEndCleanly)
         EXPECT_TRUE(code == 0 || code == 1) << "exit " << code << ": " << output.substr(0, 400);
         expectNothingForbidden(output, subcommand);
     }
-    EXPECT_LT(peakKb(RUSAGE_CHILDREN), kMaxPeakKb); // the largest run of the tool so far
+    // The largest run of the tool so far. A child is charged from its start with this process's
+    // resident size (exec carries the high-water mark over), which under ThreadSanitizer alone
+    // exceeds the bound; what the tool uses on top of that is what is bounded.
+    EXPECT_LT(peakKb(RUSAGE_CHILDREN), peakKb(RUSAGE_SELF) + kMaxPeakKb);
 }
 
 INSTANTIATE_TEST_SUITE_P(Inputs, Hostile, ::testing::ValuesIn(cases()),
