@@ -19,6 +19,15 @@ inline xmlNode* elementFrom(xmlNode* node)
     return node;
 }
 
+// The first attribute node from `attribute` on along the list, or null. Lists built by hand may
+// hold other kinds of node there; they are skipped like non-elements in a child walk.
+inline xmlAttr* attributeFrom(xmlAttr* attribute)
+{
+    while (attribute != nullptr && attribute->type != XML_ATTRIBUTE_NODE)
+        attribute = attribute->next;
+    return attribute;
+}
+
 // The text held by a libxml2 string, or "" for none.
 inline std::string textOf(const xmlChar* text)
 {
@@ -120,30 +129,16 @@ XmlAttributePtr XmlAttributeIterator::GetFirst()
     if (element == nullptr)
         return XmlAttributePtr();
     // Only element nodes carry an attribute list; on any other kind the field is not there.
-    xmlAttr* candidate = element->type == XML_ELEMENT_NODE ? element->properties : nullptr;
-    for (;;) {
-        setItrPtr(candidate);
-        if (current == nullptr)
-            return XmlAttributePtr();
-        if (current->type == XML_ATTRIBUTE_NODE)
-            return item;
-        candidate = current->next;
-    }
+    setItrPtr(attributeFrom(element->type == XML_ELEMENT_NODE ? element->properties : nullptr));
+    return current != nullptr ? item : XmlAttributePtr();
 }
 
 XmlAttributePtr XmlAttributeIterator::GetNext()
 {
     if (element == nullptr || current == nullptr)
         return XmlAttributePtr();
-    xmlAttr* candidate = current->next;
-    for (;;) {
-        setItrPtr(candidate);
-        if (current == nullptr)
-            return XmlAttributePtr();
-        if (current->type == XML_ATTRIBUTE_NODE)
-            return item;
-        candidate = current->next;
-    }
+    setItrPtr(attributeFrom(current->next));
+    return current != nullptr ? item : XmlAttributePtr();
 }
 
 // --- XPathNodeIterator -------------------------------------------------------------------------
