@@ -10,9 +10,10 @@ bool equalsIgnoringAsciiCase(const std::string& a, const std::string& b)
 {
     if (a.size() != b.size())
         return false;
-    const auto& ctype = std::use_facet<std::ctype<char>>(std::locale::classic());
+    // The classic locale's toupper changes "a" to "z" and nothing else.
+    const auto upper = [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; };
     for (std::size_t i = 0; i < a.size(); ++i) {
-        if (ctype.toupper(a[i]) != ctype.toupper(b[i]))
+        if (upper(a[i]) != upper(b[i]))
             return false;
     }
     return true;

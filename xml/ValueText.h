@@ -31,7 +31,7 @@ bool attributeBool(const std::string& text);
 // Reader rule: "1", or "true" compared case-insensitively under the classic locale.
 bool readerBool(const std::string& text);
 
-// Equal length and equal bytes after toupper of the classic locale's ctype<char>.
+// Equal length and equal bytes after the classic locale's toupper (ASCII letters only).
 bool equalsIgnoringAsciiCase(const std::string& a, const std::string& b);
 
 } // namespace detail
