@@ -77,17 +77,22 @@ double ToDouble(const char* text, const std::locale& locale)
 {
     if (!text)
         return 0.0;
-    std::string local(skipBlanks(text));
-    if (!local.empty() && local[0] == '+')
-        local.erase(0, 1);
+    const char* p = skipBlanks(text);
+    if (*p == '+')
+        ++p;
+    // from_chars reads "." only: text of another locale is read from a copy with its decimal
+    // point swapped; the common "." case is read in place.
+    std::string local;
     const char point = std::use_facet<std::numpunct<char>>(locale).decimal_point();
     if (point != '.') {
+        local = p;
         for (char& c : local)
             if (c == point)
                 c = '.';
+        p = local.c_str();
     }
     double value = 0.0;
-    const auto result = std::from_chars(local.data(), local.data() + local.size(), value);
+    const auto result = std::from_chars(p, p + std::strlen(p), value);
     if (result.ec != std::errc())
         return 0.0;
     return value;
