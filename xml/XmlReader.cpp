@@ -263,7 +263,7 @@ char XmlReader::quoteChar() const
 
 // ---------------------------------------------------------------------------------------------
 // Texts. The libxml2 functions that allocate go to takeString(unsigned char*), which frees;
-// the Const ones to takeString(const unsigned char*), which does not.
+// the Const ones to copyString, which does not.
 
 std::string XmlReader::baseUri() const
 {

@@ -92,15 +92,12 @@ void captureStructured(void*, xmlErrorPtr error) {
 // libxml2's message on one line, without its final line feed.
 std::string trimmed(const char* message) {
     std::string text = message != nullptr ? message : "";
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
-        text.pop_back();
-    }
     for (char& c : text) {
         if (c == '\n' || c == '\r') {
             c = ' ';
         }
     }
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+    while (!text.empty() && text.back() == ' ') {
         text.pop_back();
     }
     return text;
