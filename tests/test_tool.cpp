@@ -27,8 +27,13 @@ protected:
     void SetUp() override { if (std::string(TARNXML_TOOL_PATH).empty()) GTEST_SKIP() << "the tarnxml tool is not built"; }
 
     // Runs the tool with `args` and `input` on standard input. A crash shows as code -1.
+    // TARNXML_TOOL in the environment names another program to drive (an older build, say).
+    static std::string tool() {
+        const char* other = std::getenv("TARNXML_TOOL");
+        return other != nullptr && *other != '\0' ? other : TARNXML_TOOL_PATH;
+    }
     Result run(const std::vector<std::string>& args, const std::string& input = "",
-               const std::string& program = TARNXML_TOOL_PATH) {
+               const std::string& program = tool()) {
         const std::string io = dir.write(".in", input);
         std::string line = quote(program) + " <" + quote(io) + " >" + quote(io + ".out") + " 2>" + quote(io + ".err");
         for (const std::string& arg : args)
@@ -66,7 +71,7 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
         {{"select", "--text", "-x", "/shop/item", doc}, 0, "Äpfel & Birnen\nBrot\n", ""}, {{"select", "--attr", "kind", "-x", "//item[@id!='2']", doc}, 0, "fruit\n", ""},
         {{"select", "--count", "-x", "//item", doc}, 0, "3\n", ""}, {{"select", "--count", "-x", "//nothing", doc}, 1, "0\n", ""},
         {{"select", "-x", "//nothing", doc}, 1, "", ""}, {{"select", "--attr", "missing", "-x", "//item", doc}, 1, "", ""},
-        {{"select", "-x", "count(//item) * 2", doc}, 0, "6\n", ""}, {{"select", "-x", "//item/@id", doc}, 1, "", "no element"},
+        {{"select", "-x", "count(//item) * 2", doc}, 0, "6\n", ""}, {{"select", "-x", "//item/@id", doc}, 0, "1\n2\n3\n", ""},
         {{"select", "-x", "//box/item"}, 0, "<item id=\"3\"/>\n", "", kDoc}, {{"select", "-x", "//a"}, 1, "", "-:1:", "<a><b></a>"},
         {{"select", "-x", "//item[@id=", doc}, 2, "", "invalid XPath expression '//item[@id='"},
         {{"select", "-x", "nosuch(//item)", doc}, 2, "", "'nosuch(//item)': Unregistered function"},
@@ -77,7 +82,7 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
         {{"edit", "-x", "//b|//c", "--delete", "--set-text", "gone", ed}, 0, head + "<r><a k=\"1\">x</a><a/></r>\n", ""},
         {{"edit", "-x", "//a[1]", "--delete", "-x", "/r", "--append", "b=<&>", prolog}, 0,
          "<?xml version=\"1.0\"?>\n<!DOCTYPE r>\n<!-- kept -->\n<r><a>2</a><b>&lt;&amp;&gt;</b></r>\n", ""},
-        {{"edit", "-x", "/r", "--delete", ed}, 0, ed0, "root element cannot be deleted"}, {{"edit", "-x", "//zzz", "--delete", ed}, 1, ed0, "'//zzz' selects no element"},
+        {{"edit", "-x", "/r", "--delete", ed}, 0, ed0, "root element cannot be deleted"}, {{"edit", "-x", "//zzz", "--delete", ed}, 0, ed0, "'//zzz' selects nothing"},
         {{"edit", "--set-text", "x", ed}, 2, "", "--set-text needs a preceding -x"}, {{"edit", "-x", "//a", "--append", "novalue", ed}, 2, "", "NAME=VALUE"},
         {{"edit", "-x", "//a[", "--delete", ed}, 2, "", "'//a['"}, {{"edit", "-x", "//a", "--delete", "--in-place"}, 2, "", "standard input", ed0},
         {{"format", small}, 0, "<r a=\"1\">\n  <b>t\tx</b>\n  <c />\n  <!--n-->\n</r>\n", ""}, {{"format"}, 1, "", "-:1:", "<r><unclosed></r>"},
@@ -103,6 +108,90 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
         EXPECT_EQ(c.code, result.code) << result.err;
         EXPECT_EQ(c.out, result.out);
         EXPECT_NE(std::string::npos, result.err.find(c.err)) << result.err;
+    }
+}
+
+// What the tool once did silently with exit 0, each case named after what broke; and the edit,
+// select, write and codec additions that came with the fixes. Nothing is printed when a run is refused.
+TEST_F(ToolTest, NeverWritesAlteredOrBrokenData) {
+    struct Case { const char* what; std::vector<std::string> args; int code; std::string out, err, input = ""; };
+    const std::string head = "<?xml version=\"1.0\"?>\n", nested = "<r><a><b/></a></r>";
+    const std::string ns = dir.write("ns.xml", "<r xmlns=\"urn:d\" xmlns:xl=\"urn:xlink\" xml:lang=\"de\"><a xl:href=\"#1\" href=\"plain\">t<![CDATA[c]]></a>"
+                                               "<xl:b href=\"#2\"/></r>");
+    const std::string two = dir.write("two.xml", "<r><a>2</a></r>");
+    const Case cases[] = {
+        {"a later -x giving a number reused the earlier selection", {"edit", "-x", "//b", "--set-attr", "q=1", "-x", "count(//a)", "--delete"}, 2, "",
+         "-x 'count(//a)' gives a number (1)", nested},
+        {"a string or boolean -x too", {"edit", "-x", "'s'", "--delete"}, 2, "", "'s'", nested}, {"", {"edit", "-x", "1=1", "--delete"}, 2, "", "boolean", nested},
+        {"an -x selecting nothing failed the edit", {"edit", "-x", "//zz", "--delete", "-x", "//b", "--delete"}, 0, head + "<r><a/></r>\n", "'//zz' selects nothing", nested},
+        {"--set-text kept CDATA and later text", {"edit", "-x", "//a", "--set-text", "new"}, 0, head + "<r><a>new</a><c/></r>\n", "", "<r><a>x<![CDATA[old]]>y<b/></a><c/></r>"},
+        {"--set-text on nested selections", {"edit", "-x", "//*", "--set-text", "z"}, 0, head + "<r>z</r>\n", "", nested},
+        {"--set-text on an attribute and a text", {"edit", "-x", "//@k|//a/text()", "--set-text", "<&>"}, 0, head + "<r k=\"&lt;&amp;&gt;\"><a>&lt;&amp;&gt;</a></r>\n", "", "<r k='1'><a>t</a></r>"},
+        {"--append name not checked", {"edit", "-x", "/r", "--append", "<x=3"}, 2, "", "'<x' is not an XML name", nested},
+        {"--set-attr name not checked", {"edit", "-x", "/r", "--set-attr", "1 x=3"}, 2, "", "'1 x' is not an XML name", nested},
+        {"--rename name not checked", {"edit", "-x", "//a", "--rename", "a b"}, 2, "", "not an XML name", nested},
+        {"an unbound prefix", {"edit", "-x", "//a", "--set-attr", "p:k=1"}, 2, "", "prefix 'p'", nested},
+        {"a control character in a value", {"edit", "-x", "//a", "--set-text", "a\x01"}, 2, "", "control character", nested},
+        {"rename and insert", {"edit", "-x", "//a", "--rename", "c", "--insert-before", "p=1", "--insert-after", "q=2", "-x", "//b", "--insert-after", "s="}, 0,
+         head + "<r><p>1</p><c><b/><s/></c><q>2</q></r>\n", "", nested},
+        {"nothing beside the root", {"edit", "-x", "/r", "--insert-before", "p=1"}, 2, "", "one root element", nested},
+        {"prefixed names use the document's prefixes", {"edit", "-x", "//_:a", "--set-attr", "xl:href=#9", "--del-attr", "href", "--rename", "xl:c", "--append", "xl:d=1", ns}, 0,
+         head + "<r xmlns=\"urn:d\" xmlns:xl=\"urn:xlink\" xml:lang=\"de\"><xl:c xl:href=\"#9\">t<![CDATA[c]]><xl:d>1</xl:d></xl:c><xl:b href=\"#2\"/></r>\n", ""},
+        {"--attr could not read xml:lang", {"select", "--attr", "xml:lang", "-x", "/*", ns}, 0, "de\n", ""},
+        {"--attr could not read xlink:href", {"select", "-N", "xlink=urn:xlink", "--attr", "xlink:href", "-x", "//_:a", ns}, 0, "#1\n", ""},
+        {"--attr href matched xl:href", {"select", "--attr", "href", "-x", "//*", ns}, 0, "plain\n#2\n", ""},
+        {"attributes and text selected by XPath were refused", {"select", "-x", "//@xl:href|//_:a/text()", ns}, 0, "#1\nt\nc\n", ""},
+        {"--value gives all text, CDATA included", {"select", "--value", "-x", "//_:a", ns}, 0, "tc\n", ""},
+        {"several files, prefixed like grep", {"select", "-x", "//a/text()", two, two}, 0, two + ":2\n" + two + ":2\n", ""},
+        {"", {"select", "--count", "-x", "//a", two, ns}, 0, two + ":1\n" + ns + ":0\n", ""},
+        {"a malformed -N", {"select", "-N", "p", "-x", "/", ns}, 2, "", "PREFIX=URI"},
+        {"a runaway expression", {"select", "--max-steps", "50", "-x", "//*[count(//*) > 0]", ns}, 2, "", "stopped after 50 steps"},
+        {"decode wrote NUL for &#0;", {"decode"}, 1, "", "byte 2: a character reference decodes to a NUL byte", "ab&#0;"},
+        {"decode wrote NUL for &#;", {"decode"}, 1, "", "byte 0:", "&#;"}, {"decode wrote NUL for &#x;", {"decode"}, 1, "", "byte 1:", "a&#x;"},
+        {"decode passed invalid UTF-8", {"decode"}, 1, "", "byte 1: input is not valid UTF-8", "a\xff"},
+        {"encode stopped at NUL", {"encode"}, 1, "", "byte 2: input holds a NUL byte", std::string("ab\0c", 4)},
+        {"write: cdata &# swallowed markup", {"write"}, 1, "", "-:2: \"&#\" in a cdata", "start r\ncdata see &# below\nelement c x;y\n"},
+        {"write: comment &#", {"write"}, 1, "", "-:1: \"&#\" in a comment", "comment &#1;\nstart r\n"},
+        {"write: cdata ]]>", {"write"}, 1, "", "-:2: a CDATA section cannot hold", "start r\ncdata a]]>b\n"},
+        {"write: comment --", {"write"}, 1, "", "-:2: a comment cannot hold", "start r\ncomment a--b\n"},
+        {"write: start 1bad", {"write"}, 1, "", "-:1: '1bad' is not an XML name", "start 1bad\n"},
+        {"write: attr name", {"write"}, 1, "", "-:2: 'a=b' is not an XML name", "start r\nattr a=b 1\n"},
+        {"write: control character repaired", {"write"}, 1, "", "-:2: invalid UTF-8", "start r\ntext a\x01\n"},
+        {"write: a second attribute", {"write"}, 1, "", "-:3: a second attribute", "start r\nattr a 1\nattr a 2\n"},
+        {"write: a second text replaced the first", {"write"}, 1, "", "-:3: a second text", "start r\ntext a\ntext b\n"},
+        {"write: undeclared prefix", {"write"}, 1, "", "-:2: the prefix 'p'", "start r\nstart p:s\nend\n"},
+        {"write: declared prefix", {"write"}, 0, "<p:r xmlns:p=\"urn:p\"><p:s/></p:r>\n", "", "start p:r\nattr xmlns:p urn:p\nstart p:s\n"},
+        {"write: no root", {"write"}, 1, "", "no element written", "comment c\n"},
+        {"write: mislabelled encoding", {"write"}, 1, "", "-:1: the tool writes UTF-8", "declaration 1.0 ISO-8859-1\nstart r\n"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(fmt::format("{}: {}", c.what, fmt::join(c.args, " ")));
+        const Result result = run(c.args, c.input);
+        EXPECT_EQ(c.code, result.code) << result.err;
+        EXPECT_EQ(c.out, result.out);
+        EXPECT_NE(std::string::npos, result.err.find(c.err)) << result.err;
+    }
+}
+
+// --in-place follows a symbolic link (the target is replaced, the link stays) and keeps the
+// mode; a refused edit leaves the file as it was.
+TEST_F(ToolTest, EditInPlaceFollowsSymlinksAndRefusesWithoutWriting) {
+    const std::string doc = "<r><a>x</a></r>", target = dir.write("target.xml", doc), link = dir.path() + "/link.xml";
+    std::filesystem::permissions(target, std::filesystem::perms(0604));
+    std::filesystem::create_symlink("target.xml", link);
+    const Result done = run({"edit", "--in-place", "-x", "//a", "--set-text", "y", link});
+    EXPECT_EQ(0, done.code) << done.err;
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ("<?xml version=\"1.0\"?>\n<r><a>y</a></r>\n", tarntest::readFile(target));
+    EXPECT_EQ(std::filesystem::perms(0604), std::filesystem::status(target).permissions());
+    const std::string before = tarntest::readFile(target);
+    for (const std::vector<std::string>& refused : {std::vector<std::string>{"-x", "//a", "--append", "<x=3"},
+                                                    {"-x", "//a", "--set-attr", "1 x=3"}, {"-x", "count(//a)", "--delete"}}) {
+        std::vector<std::string> args = {"edit", "--in-place"};
+        args.insert(args.end(), refused.begin(), refused.end());
+        args.push_back(link);
+        const Result result = run(args);
+        EXPECT_EQ(2, result.code) << result.err;
+        EXPECT_EQ(before, tarntest::readFile(target));
     }
 }
 

@@ -72,39 +72,59 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
 
     SelectOptions select;
     CLI::App* selectCommand = app.add_subcommand(
-        "select", "Print each element an XPath expression selects (outer XML, one per line), its text, an "
-                  "attribute, or the count. A non-node-set expression such as count(//a) prints its value.");
+        "select", "Print what an XPath expression selects in each FILE: elements as XML fragments (one per line), "
+                  "attributes as their values, text as text, comments and PIs as markup; an expression that gives "
+                  "a number, string or boolean (such as count(//a)) prints that value. With several FILEs each line "
+                  "starts with FILE: (like grep). The prefixes the root element declares are bound, its default "
+                  "namespace as _ (//_:item).");
     selectCommand->add_option("-x,--xpath", select.xpath, "XPath expression")->required();
-    CLI::Option* textFlag = selectCommand->add_flag("--text", select.text, "Print each element's text");
-    CLI::Option* countFlag = selectCommand->add_flag("--count", select.count, "Print the number of elements");
-    CLI::Option* attrOption =
-        selectCommand->add_option("--attr", select.attribute, "Print this attribute of each element that has it");
-    textFlag->excludes(countFlag)->excludes(attrOption);
+    CLI::Option* textFlag = selectCommand->add_flag("--text", select.text, "Print each element's first text");
+    CLI::Option* valueFlag = selectCommand->add_flag(
+        "--value", select.value, "Print each node's string value (all descendant text, CDATA included)");
+    CLI::Option* countFlag = selectCommand->add_flag("--count", select.count, "Print the number of nodes selected");
+    CLI::Option* attrOption = selectCommand->add_option(
+        "--attr", select.attribute, "Print this attribute of each element that has it (a qualified name: xml:lang)");
+    textFlag->excludes(countFlag)->excludes(attrOption)->excludes(valueFlag);
+    valueFlag->excludes(countFlag)->excludes(attrOption);
     countFlag->excludes(attrOption);
-    selectCommand->add_option("FILE", select.file, "Input (default: standard input)");
+    selectCommand->add_option("-N", select.namespaces, "PREFIX=URI: bind a namespace prefix (repeatable)");
+    selectCommand->add_option("--max-steps", select.maxSteps,
+                              "Stop an XPath evaluation after this many steps (default 1000000000; 0: no limit)");
+    selectCommand->add_option("FILE", select.files, "Inputs (default: standard input)");
 
     EditOptions edit;
-    std::vector<std::string> editValues[6];
+    std::vector<std::string> editValues[kEditActionKinds];
     int deleteCount = 0;
     CLI::App* editCommand = app.add_subcommand(
-        "edit", "Apply actions, in command-line order, to the elements selected by the -x before them; print the "
-                "document (or replace FILE with --in-place). Example: edit -x '//item[@id=\"3\"]' --set-attr "
-                "state=done --append note=checked -x //draft --delete list.xml");
-    CLI::Option* editOptions[6] = {
+        "edit", "Apply actions, in command-line order, to the nodes selected by the -x before them; print the "
+                "document (or replace FILE with --in-place). Nothing is written when a name, value or expression "
+                "is refused. Example: edit -x '//item[@id=\"3\"]' --set-attr state=done --append note=checked "
+                "-x //draft --delete list.xml");
+    CLI::Option* editOptions[kEditActionKinds] = {
         editCommand->add_option("-x,--xpath", editValues[EditAction::kSelect],
-                                "Select elements for the actions that follow (repeatable)"),
-        editCommand->add_option("--set-text", editValues[EditAction::kSetText], "Set the text of each element"),
+                                "Select nodes for the actions that follow (repeatable); must give a node set"),
+        editCommand->add_option("--set-text", editValues[EditAction::kSetText],
+                                "Replace the whole content of each element (or the value of an attribute or text)"),
         editCommand->add_option("--set-attr", editValues[EditAction::kSetAttr], "NAME=VALUE: set an attribute"),
         editCommand->add_option("--del-attr", editValues[EditAction::kDelAttr], "NAME: remove an attribute"),
-        editCommand->add_flag("--delete", deleteCount, "Remove the elements (and everything inside them)"),
+        editCommand->add_flag("--delete", deleteCount, "Remove the nodes (and everything inside them)"),
         editCommand->add_option("--append", editValues[EditAction::kAppend],
                                 "NAME=VALUE: append a child element with that text"),
+        editCommand->add_option("--rename", editValues[EditAction::kRename], "NAME: rename each element"),
+        editCommand->add_option("--insert-before", editValues[EditAction::kInsertBefore],
+                                "NAME=VALUE: insert an element with that text before each element"),
+        editCommand->add_option("--insert-after", editValues[EditAction::kInsertAfter],
+                                "NAME=VALUE: insert an element with that text after each element"),
     };
     for (CLI::Option* option : editOptions) {
         option->allow_extra_args(false);
     }
     editCommand->add_flag("--in-place", edit.inPlace,
-                          "Replace FILE (through a temporary file renamed over it; a failure leaves it untouched)");
+                          "Replace FILE (through a temporary file renamed over it; a failure leaves it untouched; "
+                          "a symbolic link stays and its target is replaced)");
+    editCommand->add_option("-N", edit.namespaces, "PREFIX=URI: bind a namespace prefix (repeatable)");
+    editCommand->add_option("--max-steps", edit.maxSteps,
+                            "Stop an XPath evaluation after this many steps (default 1000000000; 0: no limit)");
     editCommand->add_option("FILE", edit.file, "Input (default: standard input)");
 
     FormatOptions format;
@@ -189,7 +209,7 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
             // of parse_order(), and each option's values come in that same order.
             std::map<const CLI::Option*, std::size_t> used;
             for (const CLI::Option* option : editCommand->parse_order()) {
-                for (int kind = 0; kind < 6; ++kind) {
+                for (int kind = 0; kind < kEditActionKinds; ++kind) {
                     if (option == editOptions[kind]) {
                         std::size_t index = used[option]++;
                         std::string argument =

@@ -1,60 +1,136 @@
 // XPath evaluation shared by select and edit.
 #include <libxml/xmlerror.h>
 #include <libxml/xpath.h>
+#include <libxml/xpathInternals.h>
 
 #include "Select.h"
-#include "tarnxml/XmlIterators.h"
 
 namespace tool {
 
-void CompiledXPath::operator()(_xmlXPathCompExpr* expression) const {
-    xmlXPathFreeCompExpr(expression);
+Bindings parseBindings(const std::vector<std::string>& arguments) {
+    Bindings bindings;
+    for (const std::string& argument : arguments) {
+        const std::string::size_type equals = argument.find('=');
+        const std::string prefix = argument.substr(0, equals);
+        if (equals == std::string::npos || prefix.empty() || prefix.find(':') != std::string::npos ||
+            !isQualifiedName(prefix)) {
+            throw ToolError(kExitUsage, "-N expects PREFIX=URI with PREFIX an XML name without a colon, got '" +
+                                            argument + "'");
+        }
+        bindings.emplace_back(prefix, argument.substr(equals + 1));
+    }
+    return bindings;
 }
 
-CompiledXPathPtr compileXPath(const std::string& xpath) {
+XPath::XPath(const std::string& expression) : text_(expression), compiled_(nullptr) {
     ErrorCapture capture;
-    CompiledXPathPtr compiled(xmlXPathCompile(reinterpret_cast<const xmlChar*>(xpath.c_str())));
-    if (!compiled) {
+    compiled_ = xmlXPathCompile(reinterpret_cast<const xmlChar*>(expression.c_str()));
+    if (compiled_ == nullptr) {
         ParseError error = capture.first();
-        throw ToolError(kExitUsage, "invalid XPath expression '" + xpath + "'" +
+        throw ToolError(kExitUsage, "invalid XPath expression '" + expression + "'" +
                                         (error.set ? ": " + error.message : std::string()));
     }
-    return compiled;
 }
 
-std::vector<tarn::XmlNodePtr> selectElements(const Loaded& loaded, const std::string& xpath) {
-    compileXPath(xpath);
-    ErrorCapture capture;
-    // The document's iterator keeps its previous result when an evaluation fails, so failure is
-    // told by the error libxml2 raised, not by the iterator.
-    tarn::XPathNodeIterator* iterator = loaded.document->GetIterator(xpath);
-    if (capture.lastDomain() == XML_FROM_XPATH) {
-        throw ToolError(kExitUsage, "cannot evaluate XPath expression '" + xpath + "': " + capture.last().message);
+XPath::~XPath() {
+    xmlXPathFreeCompExpr(compiled_);
+}
+
+XPath::XPath(XPath&& other) noexcept : text_(std::move(other.text_)), compiled_(other.compiled_) {
+    other.compiled_ = nullptr;
+}
+
+Bindings documentBindings(const Loaded& loaded, const Bindings& given) {
+    Bindings bindings;
+    for (xmlNsPtr ns = loaded.root->getlibXML2Node()->nsDef; ns != nullptr; ns = ns->next) {
+        const char* prefix = reinterpret_cast<const char*>(ns->prefix);
+        bindings.emplace_back(prefix != nullptr ? prefix : "_", reinterpret_cast<const char*>(ns->href));
     }
-    return collectElements(iterator);
+    bindings.insert(bindings.end(), given.begin(), given.end());
+    return bindings;
 }
 
-bool scalarValue(const Loaded& loaded, _xmlXPathCompExpr* expression, std::string& value, int& nonElements) {
-    nonElements = 0;
+namespace {
+
+SelectedNode describe(xmlNodePtr raw) {
+    SelectedNode node;
+    node.raw = raw;
+    switch (raw->type) {
+    case XML_ELEMENT_NODE: node.kind = SelectedNode::Element; break;
+    case XML_ATTRIBUTE_NODE: node.kind = SelectedNode::Attribute; break;
+    case XML_TEXT_NODE: node.kind = SelectedNode::Text; break;
+    case XML_CDATA_SECTION_NODE: node.kind = SelectedNode::CData; break;
+    case XML_COMMENT_NODE: node.kind = SelectedNode::Comment; break;
+    case XML_PI_NODE: node.kind = SelectedNode::ProcessingInstruction; break;
+    case XML_NAMESPACE_DECL: node.kind = SelectedNode::Namespace; break;
+    case XML_DOCUMENT_NODE: node.kind = SelectedNode::Document; break;
+    default: node.kind = SelectedNode::Other; break;
+    }
+    if (node.kind == SelectedNode::Namespace) {
+        return node;
+    }
+    if (node.kind == SelectedNode::Element || node.kind == SelectedNode::Attribute ||
+        node.kind == SelectedNode::ProcessingInstruction) {
+        if (raw->ns != nullptr && raw->ns->prefix != nullptr) {
+            node.name = std::string(reinterpret_cast<const char*>(raw->ns->prefix)) + ":";
+        }
+        node.name += reinterpret_cast<const char*>(raw->name);
+    }
+    std::unique_ptr<xmlChar, void (*)(void*)> value(xmlXPathCastNodeToString(raw), xmlFree);
+    node.value = value ? reinterpret_cast<const char*>(value.get()) : "";
+    xmlNodePtr handleNode = node.kind == SelectedNode::Attribute ? raw->parent : raw;
+    if (node.kind != SelectedNode::Document && node.kind != SelectedNode::Other) {
+        node.node = tarn::CreateXmlNode();
+        node.node->Initialize(handleNode);
+    }
+    return node;
+}
+
+} // namespace
+
+Evaluation XPath::evaluate(const Loaded& loaded, const Bindings& given, unsigned long maxSteps,
+                           const SelectedNode* context_node) const {
     xmlDocPtr document = loaded.root->getlibXML2Node()->doc;
     std::unique_ptr<xmlXPathContext, void (*)(xmlXPathContextPtr)> context(xmlXPathNewContext(document),
                                                                             xmlXPathFreeContext);
     if (!context) {
         throw std::bad_alloc();
     }
+    for (const auto& binding : documentBindings(loaded, given)) {
+        xmlXPathRegisterNs(context.get(), reinterpret_cast<const xmlChar*>(binding.first.c_str()),
+                           reinterpret_cast<const xmlChar*>(binding.second.c_str()));
+    }
+    context->opLimit = maxSteps;
+    if (context_node != nullptr) {
+        context->node = context_node->kind == SelectedNode::Attribute ? context_node->raw : context_node->node->getlibXML2Node();
+    }
     ErrorCapture capture;
     std::unique_ptr<xmlXPathObject, void (*)(xmlXPathObjectPtr)> result(
-        xmlXPathCompiledEval(expression, context.get()), xmlXPathFreeObject);
+        xmlXPathCompiledEval(compiled_, context.get()), xmlXPathFreeObject);
     if (!result) {
-        return false;
+        ParseError error = capture.first();
+        if (maxSteps != 0 && context->opCount >= maxSteps) {
+            throw ToolError(kExitUsage, "XPath expression '" + text_ + "' stopped after " + std::to_string(maxSteps) +
+                                            " steps (raise --max-steps, 0 for no limit)");
+        }
+        throw ToolError(kExitUsage, "cannot evaluate XPath expression '" + text_ + "'" +
+                                        (error.set ? ": " + error.message : std::string()));
     }
-    if (result->type == XPATH_NODESET) {
-        nonElements = result->nodesetval != nullptr ? result->nodesetval->nodeNr : 0;
-        return false;
+    Evaluation evaluation;
+    switch (result->type) {
+    case XPATH_NODESET: evaluation.type = Evaluation::NodeSet; break;
+    case XPATH_BOOLEAN: evaluation.type = Evaluation::Boolean; break;
+    case XPATH_NUMBER: evaluation.type = Evaluation::Number; break;
+    default: evaluation.type = Evaluation::String; break;
+    }
+    if (result->type == XPATH_NODESET && result->nodesetval != nullptr) {
+        for (int i = 0; i < result->nodesetval->nodeNr; ++i) {
+            evaluation.nodes.push_back(describe(result->nodesetval->nodeTab[i]));
+        }
     }
     std::unique_ptr<xmlChar, void (*)(void*)> text(xmlXPathCastToString(result.get()), xmlFree);
-    value = text ? reinterpret_cast<const char*>(text.get()) : "";
-    return true;
+    evaluation.string = text ? reinterpret_cast<const char*>(text.get()) : "";
+    return evaluation;
 }
 
 } // namespace tool

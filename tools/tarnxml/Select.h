@@ -1,8 +1,10 @@
 #pragma once
-// Evaluating an XPath expression on a document for select and edit, with the expression
-// checked first so that a bad one is reported instead of silently selecting nothing.
+// Evaluating XPath expressions for select and edit: each expression is compiled once (a bad one
+// is reported before any input is read) and evaluated once per document, with the namespace
+// prefixes of -N and of the document's root element bound.
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tool.h"
@@ -11,21 +13,49 @@ struct _xmlXPathCompExpr;
 
 namespace tool {
 
-struct CompiledXPath {
-    void operator()(_xmlXPathCompExpr* expression) const;
+// prefix -> URI, in the order given.
+using Bindings = std::vector<std::pair<std::string, std::string>>;
+
+// Parses the -N arguments (PREFIX=URI each); ToolError (kExitUsage) for a malformed one.
+Bindings parseBindings(const std::vector<std::string>& arguments);
+
+// One selected node.
+struct SelectedNode {
+    enum Kind { Element, Attribute, Text, CData, Comment, ProcessingInstruction, Namespace, Document, Other };
+    Kind kind = Other;
+    std::string name;    // qualified name; "" for text, CDATA, comments and the document
+    std::string value;   // the XPath string value
+    tarn::XmlNodePtr node;   // elements, text, CDATA, comments and PIs; the owner for attributes
+    _xmlNode* raw = nullptr;
 };
-using CompiledXPathPtr = std::unique_ptr<_xmlXPathCompExpr, CompiledXPath>;
 
-// Compiles `xpath`; a syntax error throws ToolError (kExitUsage) echoing the expression.
-CompiledXPathPtr compileXPath(const std::string& xpath);
+// What an expression gave on one document.
+struct Evaluation {
+    enum Type { NodeSet, Boolean, Number, String } type = NodeSet;
+    std::vector<SelectedNode> nodes;
+    std::string string;   // the XPath string() of the result, for every type
+};
 
-// The elements `xpath` selects on the document, each in a handle of its own. An expression that
-// fails while being evaluated (unknown function, unbound prefix) throws ToolError (kExitUsage).
-std::vector<tarn::XmlNodePtr> selectElements(const Loaded& loaded, const std::string& xpath);
+class XPath {
+public:
+    // Compiles; a syntax error throws ToolError (kExitUsage) echoing the expression.
+    explicit XPath(const std::string& expression);
+    ~XPath();
+    XPath(XPath&&) noexcept;
+    const std::string& text() const { return text_; }
+    // Evaluates on the document with `bindings` plus the root element's own prefixes ("_" for its
+    // default namespace) bound; -N bindings win over the document's. An evaluation error throws
+    // ToolError (kExitUsage).
+    // `maxSteps` bounds the work (0: no bound). With `context`, relative to that node.
+    Evaluation evaluate(const Loaded& loaded, const Bindings& bindings, unsigned long maxSteps,
+                        const SelectedNode* context = nullptr) const;
 
-// For an expression that selected no element: its value when it is not a node set (a number,
-// string or boolean), in `value`, and true; false for a node set (`nonElements` then counts the
-// attributes, text and other nodes it holds).
-bool scalarValue(const Loaded& loaded, _xmlXPathCompExpr* expression, std::string& value, int& nonElements);
+private:
+    std::string text_;
+    _xmlXPathCompExpr* compiled_;
+};
+
+// The bindings an expression sees on this document: the root's declarations, then `given`.
+Bindings documentBindings(const Loaded& loaded, const Bindings& given);
 
 } // namespace tool

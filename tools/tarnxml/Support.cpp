@@ -1,7 +1,9 @@
 // Input, atomic output, libxml2 error capture and document loading for the tarnxml tool.
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <istream>
 #include <ostream>
 
@@ -129,7 +131,13 @@ std::string readInput(const std::string& path, Streams& io) {
     return text;
 }
 
-void replaceFile(const std::string& path, const std::string& content) {
+void replaceFile(const std::string& given, const std::string& content) {
+    // A symbolic link stays a link: the file it leads to is the one replaced.
+    std::unique_ptr<char, void (*)(void*)> resolved(::realpath(given.c_str(), nullptr), std::free);
+    if (!resolved) {
+        throw ToolError(kExitUsage, systemMessage(given, errno));
+    }
+    const std::string path = resolved.get();
     struct stat original {};
     if (::stat(path.c_str(), &original) != 0) {
         throw ToolError(kExitUsage, systemMessage(path, errno));
@@ -148,6 +156,12 @@ void replaceFile(const std::string& path, const std::string& content) {
         ::unlink(temporary.c_str());
         throw ToolError(kExitUsage, what + ": " + std::strerror(error) + " (" + path + " left unchanged)");
     };
+    // The owner and group go first (changing them may clear set-id bits), then the mode. An owner
+    // the caller may not give away is kept as the caller's; that is no reason to fail.
+    if (::fchown(fd, original.st_uid, original.st_gid) != 0 && ::fchown(fd, static_cast<uid_t>(-1), original.st_gid) != 0 &&
+        errno != EPERM) {
+        fail("cannot set the owner of " + temporary, errno);
+    }
     if (::fchmod(fd, original.st_mode & 07777) != 0) {
         fail("cannot set the permissions of " + temporary, errno);
     }

@@ -43,8 +43,9 @@ private:
 std::string readInput(const std::string& path, Streams& io);
 
 // Writes `content` to a temporary file beside `path` and renames it over `path`, keeping the
-// original's permission bits. On any failure the temporary file is removed, the original is left
-// as it was and ToolError (kExitUsage) is thrown.
+// original's permission bits and, where the caller may, its owner and group. A symbolic link is
+// followed: the file it leads to is replaced and the link stays. On any failure the temporary
+// file is removed, the original is left as it was and ToolError (kExitUsage) is thrown.
 void replaceFile(const std::string& path, const std::string& content);
 
 // One libxml2 error as the tool reports it.
@@ -96,6 +97,12 @@ bool loadDocument(const std::string& name, const std::string& text, bool recover
 // returning, so only the tree stays in memory.
 bool loadFile(const std::string& path, Streams& io, Loaded& out);
 
+// An XML 1.0 name with at most one colon, neither first nor last (a QName as namespaces
+// require): what the tool accepts for element and attribute names it is given.
+bool isQualifiedName(const std::string& name);
+// The prefix of a qualified name ("" without one).
+std::string prefixOf(const std::string& name);
+
 // Escapes a text so that it fits on one line: \n, \r, \t, \\ and \" as such, other control
 // bytes as \xHH; everything else (UTF-8 included) unchanged.
 void appendEscaped(std::string& line, const std::string& text);
@@ -103,25 +110,39 @@ void appendEscaped(std::string& line, const std::string& text);
 // Each selected element collected as a handle of its own (the iterator reuses one item).
 std::vector<tarn::XmlNodePtr> collectElements(tarn::XPathNodeIterator* iterator);
 
+// The default bound on XPath work (--max-steps): far beyond what a linear query on a 1 GB
+// document needs, reached within seconds by a runaway one.
+constexpr unsigned long kDefaultMaxSteps = 1000000000UL;
+
 // Subcommands. Each returns the exit code; ToolError may leave them.
 struct CheckOptions { std::vector<std::string> files; bool recover = false; };
 int runCheck(const CheckOptions& options, Streams& io);
 
 struct SelectOptions {
-    std::string file = "-";
+    std::vector<std::string> files;
     std::string xpath;
     bool text = false;
+    bool value = false;
     bool count = false;
     std::string attribute;
+    std::vector<std::string> namespaces;   // -N PREFIX=URI
+    unsigned long maxSteps = kDefaultMaxSteps;
 };
 int runSelect(const SelectOptions& options, Streams& io);
 
 // One action of `edit`, in command-line order. kSelect sets the selection later actions apply to.
 struct EditAction {
-    enum Kind { kSelect, kSetText, kSetAttr, kDelAttr, kDelete, kAppend } kind;
+    enum Kind { kSelect, kSetText, kSetAttr, kDelAttr, kDelete, kAppend, kRename, kInsertBefore, kInsertAfter } kind;
     std::string argument;
 };
-struct EditOptions { std::string file = "-"; std::vector<EditAction> actions; bool inPlace = false; };
+constexpr int kEditActionKinds = 9;
+struct EditOptions {
+    std::string file = "-";
+    std::vector<EditAction> actions;
+    bool inPlace = false;
+    std::vector<std::string> namespaces;   // -N PREFIX=URI
+    unsigned long maxSteps = kDefaultMaxSteps;
+};
 int runEdit(const EditOptions& options, Streams& io);
 
 struct FormatOptions { std::string file = "-"; std::string indent = "  "; bool raw = false; };
