@@ -6,9 +6,8 @@
 #include <ostream>
 #include <unordered_set>
 
-#include <libxml/tree.h>
-
 #include "Select.h"
+#include "tarnxml/XmlEdit.h"
 #include "tarnxml/XmlHelper.h"
 
 namespace tool {
@@ -97,49 +96,19 @@ std::vector<XPath> validate(const EditOptions& options) {
     return compiled;
 }
 
-bool isRoot(xmlNodePtr raw) {
-    return raw->type == XML_ELEMENT_NODE && (raw->parent == nullptr || raw->parent->type == XML_DOCUMENT_NODE);
-}
-
-// The namespace a prefixed name refers to at `element`; ToolError when the document does not
-// declare the prefix there ("xml" is always bound).
-xmlNsPtr namespaceFor(xmlNodePtr element, const std::string& name, const EditAction& action) {
-    const std::string prefix = prefixOf(name);
-    if (prefix.empty()) {
-        return nullptr;
-    }
-    xmlNsPtr ns = xmlSearchNs(element->doc, element, reinterpret_cast<const xmlChar*>(prefix.c_str()));
-    if (ns == nullptr) {
-        throw ToolError(kExitUsage, std::string(actionName(action.kind)) + ": the prefix '" + prefix + "' of '" +
-                                        name + "' is not declared at <" +
-                                        reinterpret_cast<const char*>(element->name) + ">");
-    }
-    return ns;
-}
-
-// True when `raw` lies inside (not at) one of `ancestors`: an attribute inside its owner's
+// True when `node` lies inside (not at) one of `ancestors`: an attribute inside its owner's
 // ancestors, any other node inside its parents.
-bool inside(xmlNodePtr raw, const std::unordered_set<xmlNodePtr>& ancestors) {
-    xmlNodePtr up = raw->type == XML_ATTRIBUTE_NODE ? raw->parent : raw;
-    for (up = up != nullptr ? up->parent : nullptr; up != nullptr; up = up->parent) {
+bool inside(const SelectedNode& node, const std::unordered_set<_xmlNode*>& ancestors) {
+    _xmlNode* up = tarn::ParentNode(node.raw);
+    if (node.kind == SelectedNode::Attribute) {
+        up = tarn::ParentNode(up);
+    }
+    for (; up != nullptr; up = tarn::ParentNode(up)) {
         if (ancestors.count(up) != 0) {
             return true;
         }
     }
     return false;
-}
-
-xmlNodePtr newElement(xmlNodePtr near, const std::string& name, const std::string& value, const EditAction& action) {
-    xmlNsPtr ns = namespaceFor(near, name, action);
-    const std::string local = ns != nullptr ? name.substr(name.find(':') + 1) : name;
-    xmlNodePtr element = xmlNewDocNode(near->doc, ns, reinterpret_cast<const xmlChar*>(local.c_str()), nullptr);
-    if (element == nullptr) {
-        throw std::bad_alloc();
-    }
-    if (!value.empty()) {
-        xmlNodeAddContentLen(element, reinterpret_cast<const xmlChar*>(value.data()), static_cast<int>(value.size()));
-    }
-    return element;
 }
 
 class Editor {
@@ -154,10 +123,10 @@ public:
         }
         selection_.clear();
         for (SelectedNode& node : evaluation.nodes) {
-            if (node.kind == SelectedNode::Namespace || node.kind == SelectedNode::Document) {
-                continue;
+            if (node.kind != SelectedNode::Namespace && node.kind != SelectedNode::Document &&
+                node.kind != SelectedNode::Other) {
+                selection_.push_back(std::move(node));
             }
-            selection_.push_back(node.raw);
         }
         if (selection_.empty()) {
             io_.err << "tarnxml edit: -x '" << xpath.text() << "' selects nothing\n";
@@ -168,13 +137,29 @@ public:
         switch (action.kind) {
         case EditAction::kSelect: break;
         case EditAction::kSetText: setText(action); break;
-        case EditAction::kSetAttr: setAttribute(action); break;
-        case EditAction::kDelAttr: forElements(action, [&](xmlNodePtr element) { removeAttribute(element, action); }); break;
+        case EditAction::kSetAttr: {
+            auto [name, value] = nameValue(action);
+            forElements(action, [&](_xmlNode* element) {
+                check(action, name, element, tarn::SetQualifiedAttribute(element, name, value));
+            });
+            break;
+        }
+        case EditAction::kDelAttr:
+            forElements(action, [&](_xmlNode* element) {
+                // An attribute that is not there is no error; an unbound prefix is.
+                bindable(action, action.argument, element);
+                tarn::RemoveQualifiedAttribute(element, action.argument);
+            });
+            break;
         case EditAction::kDelete: remove(); break;
         case EditAction::kAppend:
         case EditAction::kInsertBefore:
         case EditAction::kInsertAfter: insert(action); break;
-        case EditAction::kRename: rename(action); break;
+        case EditAction::kRename:
+            forElements(action, [&](_xmlNode* element) {
+                check(action, action.argument, element, tarn::RenameNode(element, action.argument));
+            });
+            break;
         }
     }
 
@@ -183,12 +168,37 @@ private:
         return type == Evaluation::Boolean ? "boolean" : type == Evaluation::Number ? "number" : "string";
     }
 
+    bool isRoot(const SelectedNode& node) const { return node.raw == loaded_.root->getlibXML2Node(); }
+
+    // The names were checked up front; what the library can still refuse is a prefix the
+    // document does not declare where the name is used.
+    void bindable(const EditAction& action, const std::string& name, _xmlNode* element) {
+        const std::string prefix = prefixOf(name);
+        if (prefix.empty() || prefix == "xml") {
+            return;
+        }
+        tarn::XmlNodePtr handle = tarn::CreateXmlNode();
+        handle->Initialize(element);
+        if (!prefixDeclared(*handle, prefix)) {
+            throw ToolError(kExitUsage, std::string(actionName(action.kind)) + ": the prefix '" + prefix + "' of '" +
+                                            name + "' is not declared at <" + handle->GetName() + ">; nothing written");
+        }
+    }
+
+    void check(const EditAction& action, const std::string& name, _xmlNode* element, int result) {
+        if (result != 0) {
+            bindable(action, name, element);
+            throw ToolError(kExitUsage, std::string(actionName(action.kind)) + " '" + action.argument +
+                                            "' cannot be applied here; nothing written");
+        }
+    }
+
     template <class Function>
     void forElements(const EditAction& action, Function function) {
         int skipped = 0;
-        for (xmlNodePtr raw : selection_) {
-            if (raw->type == XML_ELEMENT_NODE) {
-                function(raw);
+        for (const SelectedNode& node : selection_) {
+            if (node.kind == SelectedNode::Element) {
+                function(node.raw);
             } else {
                 ++skipped;
             }
@@ -203,140 +213,66 @@ private:
     // section's, a comment's or a PI's value becomes the text. Nodes inside an element whose
     // content is replaced are gone afterwards and leave the selection.
     void setText(const EditAction& action) {
-        const std::string& text = action.argument;
-        std::unordered_set<xmlNodePtr> replaced;
-        for (xmlNodePtr raw : selection_) {
-            if (raw->type == XML_ELEMENT_NODE) {
-                replaced.insert(raw);
+        std::unordered_set<_xmlNode*> replaced;
+        for (const SelectedNode& node : selection_) {
+            if (node.kind == SelectedNode::Element) {
+                replaced.insert(node.raw);
             }
         }
-        std::vector<xmlNodePtr> kept;
-        for (xmlNodePtr raw : selection_) {
-            if (!inside(raw, replaced)) {
-                kept.push_back(raw);
+        std::vector<SelectedNode> kept;
+        for (SelectedNode& node : selection_) {
+            if (!inside(node, replaced)) {
+                kept.push_back(std::move(node));
             }
         }
-        selection_ = kept;
-        for (xmlNodePtr raw : selection_) {
-            const xmlChar* value = reinterpret_cast<const xmlChar*>(text.c_str());
-            switch (raw->type) {
-            case XML_ELEMENT_NODE:
-                xmlNodeSetContent(raw, nullptr);
-                if (!text.empty()) {
-                    xmlNodeAddContentLen(raw, value, static_cast<int>(text.size()));
-                }
-                break;
-            case XML_ATTRIBUTE_NODE: {
-                xmlAttrPtr attribute = reinterpret_cast<xmlAttrPtr>(raw);
-                xmlSetNsProp(attribute->parent, attribute->ns, attribute->name, value);
-                break;
+        selection_ = std::move(kept);
+        for (const SelectedNode& node : selection_) {
+            if (setNodeText(node, action.argument) != 0) {
+                throw ToolError(kExitUsage, "--set-text cannot be applied to the selected node; nothing written");
             }
-            case XML_TEXT_NODE:
-            case XML_CDATA_SECTION_NODE:
-            case XML_COMMENT_NODE:
-            case XML_PI_NODE:
-                xmlNodeSetContent(raw, value);
-                break;
-            default: break;
-            }
-        }
-    }
-
-    void setAttribute(const EditAction& action) {
-        auto [name, value] = nameValue(action);
-        forElements(action, [&](xmlNodePtr element) {
-            xmlNsPtr ns = namespaceFor(element, name, action);
-            const std::string local = ns != nullptr ? name.substr(name.find(':') + 1) : name;
-            if (xmlSetNsProp(element, ns, reinterpret_cast<const xmlChar*>(local.c_str()),
-                             reinterpret_cast<const xmlChar*>(value.c_str())) == nullptr) {
-                throw std::bad_alloc();
-            }
-        });
-    }
-
-    void removeAttribute(xmlNodePtr element, const EditAction& action) {
-        const std::string& name = action.argument;
-        const std::string prefix = prefixOf(name);
-        xmlNsPtr ns = prefix.empty() ? nullptr : namespaceFor(element, name, action);
-        const std::string local = prefix.empty() ? name : name.substr(prefix.size() + 1);
-        xmlAttrPtr attribute = xmlHasNsProp(element, reinterpret_cast<const xmlChar*>(local.c_str()),
-                                            ns != nullptr ? ns->href : nullptr);
-        if (attribute != nullptr && attribute->type == XML_ATTRIBUTE_NODE) {
-            xmlRemoveProp(attribute);
         }
     }
 
     // Removes the selected nodes. A node inside another selected node goes with it; the root
     // element stays, since a document cannot be left without one.
     void remove() {
-        std::unordered_set<xmlNodePtr> selected(selection_.begin(), selection_.end());
-        std::vector<xmlNodePtr> outermost;
-        for (xmlNodePtr raw : selection_) {
-            if (isRoot(raw)) {
+        std::unordered_set<_xmlNode*> selected;
+        for (const SelectedNode& node : selection_) {
+            selected.insert(node.raw);
+        }
+        std::vector<_xmlNode*> outermost;
+        for (const SelectedNode& node : selection_) {
+            if (isRoot(node)) {
                 io_.err << "tarnxml edit: the root element cannot be deleted; left in place\n";
-            } else if (!inside(raw, selected)) {
-                outermost.push_back(raw);
+            } else if (!inside(node, selected)) {
+                outermost.push_back(node.raw);
             }
         }
-        for (xmlNodePtr raw : outermost) {
-            if (raw->type == XML_ATTRIBUTE_NODE) {
-                xmlRemoveProp(reinterpret_cast<xmlAttrPtr>(raw));
-            } else {
-                xmlUnlinkNode(raw);
-                xmlFreeNode(raw);
-            }
+        selection_.clear();  // those nodes are about to be freed
+        for (_xmlNode* raw : outermost) {
+            tarn::RemoveNode(raw);
         }
-        selection_.clear();  // those nodes are freed
     }
 
     void insert(const EditAction& action) {
         auto [name, value] = nameValue(action);
-        forElements(action, [&](xmlNodePtr element) {
-            if (action.kind != EditAction::kAppend && isRoot(element)) {
+        const tarn::XmlInsertPosition where = action.kind == EditAction::kAppend ? tarn::XmlInsertPosition::LastChild
+                                              : action.kind == EditAction::kInsertBefore ? tarn::XmlInsertPosition::Before
+                                                                                         : tarn::XmlInsertPosition::After;
+        forElements(action, [&](_xmlNode* element) {
+            if (where != tarn::XmlInsertPosition::LastChild && element == loaded_.root->getlibXML2Node()) {
                 throw ToolError(kExitUsage, std::string(actionName(action.kind)) +
                                                 ": a document has one root element; nothing can stand beside it");
             }
-            xmlNodePtr fresh = newElement(action.kind == EditAction::kAppend ? element : element->parent, name, value,
-                                          action);
-            xmlNodePtr placed = action.kind == EditAction::kAppend         ? xmlAddChild(element, fresh)
-                                : action.kind == EditAction::kInsertBefore ? xmlAddPrevSibling(element, fresh)
-                                                                            : xmlAddNextSibling(element, fresh);
-            if (placed == nullptr) {
-                xmlFreeNode(fresh);
-                throw std::bad_alloc();
-            }
-        });
-    }
-
-    void rename(const EditAction& action) {
-        const std::string& name = action.argument;
-        forElements(action, [&](xmlNodePtr element) {
-            xmlNsPtr ns = namespaceFor(element, name, action);
-            const std::string local = ns != nullptr ? name.substr(name.find(':') + 1) : name;
-            // An unprefixed name keeps the element in the default namespace in scope.
-            if (ns == nullptr) {
-                ns = xmlSearchNs(element->doc, element, nullptr);
-            }
-            xmlNodeSetName(element, reinterpret_cast<const xmlChar*>(local.c_str()));
-            xmlSetNs(element, ns);
+            _xmlNode* scope = where == tarn::XmlInsertPosition::LastChild ? element : tarn::ParentNode(element);
+            check(action, name, scope, tarn::InsertElement(element, where, name, value));
         });
     }
 
     Loaded& loaded_;
     Streams& io_;
-    std::vector<xmlNodePtr> selection_;
+    std::vector<SelectedNode> selection_;
 };
-
-std::string serialise(const Loaded& loaded) {
-    xmlChar* memory = nullptr;
-    int size = 0;
-    xmlDocDumpMemory(loaded.root->getlibXML2Node()->doc, &memory, &size);
-    std::unique_ptr<xmlChar, void (*)(void*)> owned(memory, xmlFree);
-    if (!owned || size < 0) {
-        throw std::bad_alloc();
-    }
-    return std::string(reinterpret_cast<const char*>(owned.get()), static_cast<std::size_t>(size));
-}
 
 } // namespace
 
@@ -356,7 +292,7 @@ int runEdit(const EditOptions& options, Streams& io) {
             editor.apply(action);
         }
     }
-    std::string output = serialise(loaded);
+    std::string output = printDocument(loaded, false);
     if (options.inPlace) {
         replaceFile(options.file, output);
     } else {

@@ -133,4 +133,44 @@ Evaluation XPath::evaluate(const Loaded& loaded, const Bindings& given, unsigned
     return evaluation;
 }
 
+bool prefixDeclared(const tarn::XmlNode& element, const std::string& prefix) {
+    xmlNodePtr raw = element.getlibXML2Node();
+    return prefix == "xml" || xmlSearchNs(raw->doc, raw, reinterpret_cast<const xmlChar*>(prefix.c_str())) != nullptr;
+}
+
+int setNodeText(const SelectedNode& node, const std::string& text) {
+    xmlNodePtr raw = node.raw;
+    const xmlChar* value = reinterpret_cast<const xmlChar*>(text.c_str());
+    switch (raw->type) {
+    case XML_ELEMENT_NODE:
+        xmlNodeSetContent(raw, nullptr);
+        if (!text.empty()) {
+            xmlNodeAddContentLen(raw, value, static_cast<int>(text.size()));
+        }
+        return 0;
+    case XML_ATTRIBUTE_NODE: {
+        xmlAttrPtr attribute = reinterpret_cast<xmlAttrPtr>(raw);
+        return xmlSetNsProp(attribute->parent, attribute->ns, attribute->name, value) != nullptr ? 0 : -1;
+    }
+    case XML_TEXT_NODE:
+    case XML_CDATA_SECTION_NODE:
+    case XML_COMMENT_NODE:
+    case XML_PI_NODE:
+        xmlNodeSetContent(raw, value);
+        return 0;
+    default: return -1;
+    }
+}
+
+std::string printDocument(const Loaded& loaded, bool format) {
+    xmlChar* memory = nullptr;
+    int size = 0;
+    xmlDocDumpFormatMemory(loaded.root->getlibXML2Node()->doc, &memory, &size, format ? 1 : 0);
+    std::unique_ptr<xmlChar, void (*)(void*)> owned(memory, xmlFree);
+    if (!owned || size < 0) {
+        throw std::bad_alloc();
+    }
+    return std::string(reinterpret_cast<const char*>(owned.get()), static_cast<std::size_t>(size));
+}
+
 } // namespace tool

@@ -55,6 +55,16 @@ private:
     _xmlXPathCompExpr* compiled_;
 };
 
+// true when `prefix` is declared at `element` or an ancestor ("xml" always is).
+bool prefixDeclared(const tarn::XmlNode& element, const std::string& prefix);
+
+// Replaces what a selected node holds: an element's whole content becomes one text node, an
+// attribute's, text's, CDATA section's, comment's or PI's value the text. 0, or -1.
+int setNodeText(const SelectedNode& node, const std::string& text);
+
+// The whole document as libxml2 prints it (declaration, prolog, root), formatted or as it is.
+std::string printDocument(const Loaded& loaded, bool format);
+
 // The bindings an expression sees on this document: the root's declarations, then `given`.
 Bindings documentBindings(const Loaded& loaded, const Bindings& given);
 
