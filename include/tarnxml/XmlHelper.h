@@ -8,18 +8,30 @@
 //  - The pugixml bridge (getFromNode, fromXml, convert, innerXml, outerXml over pugixml nodes).
 //  - Serialisers for the product records TarnTypes::Source and AV_Class.
 //
+// The pugixml classes and the product records are only declared here, not defined: a translation
+// unit that calls the pugixml bridge includes <pugixml.hpp>, one that serialises the records
+// includes "tarn/TarnTypes.h".
+//
 // Threads: no function keeps state; all may run on any thread, with the node rules of
 // XmlNode.h for the handles they are given.
 // Errors: result codes, empty handles and empty texts. What can leave: std::bad_alloc, and
 // utfcpp's utf8::invalid_utf8 / utf8::invalid_code_point from XmlEncode on invalid UTF-8.
+#include <cstddef>
 #include <string>
 #include <string_view>
 
-#include <pugixml.hpp>
-
-#include "tarn/TarnTypes.h"
 #include "tarnxml/XmlNode.h"
 #include "tarnxml/tarnxml_export.h"
+
+// Declared only; see above.
+namespace pugi {
+class xml_node;
+class xml_document;
+} // namespace pugi
+namespace TarnTypes {
+struct Source;
+} // namespace TarnTypes
+struct AV_Class;
 
 // Lower-cases each byte through the global locale's ctype<char> (as boost::to_lower_copy).
 TARNXML_API std::string ToLower(const std::string& text);
@@ -51,17 +63,17 @@ struct TextView {
 
 // Well-formed UTF-8 (no overlongs, surrogates or values above U+10FFFF) without ASCII control
 // characters other than tab, line feed and carriage return. Null and empty input give false.
-TARNXML_API bool isValidUTF8(const char* data, unsigned int size);
-TARNXML_API bool isValidUTF8(const char* text);
-TARNXML_API bool isValidUTF8(const std::string& text);
+TARNXML_API bool isValidUTF8(const char* data, unsigned int size) noexcept;
+TARNXML_API bool isValidUTF8(const char* text) noexcept;
+TARNXML_API bool isValidUTF8(const std::string& text) noexcept;
 
 // Valid input comes back as it is (no copy, no allocation); other input is repaired into
 // `scratch` (each invalid sequence becomes U+FFFD, a sequence cut off at the end is dropped,
 // control characters become "?") and the view refers to `scratch`. Null or empty input gives an
 // empty view and leaves `scratch` untouched. Never throws.
-TARNXML_API TextView sanitize(const char* data, unsigned int size, std::string& scratch);
-TARNXML_API TextView sanitize(const char* text, std::string& scratch);
-TARNXML_API TextView sanitize(const std::string& text, std::string& scratch);
+TARNXML_API TextView sanitize(const char* data, unsigned int size, std::string& scratch) noexcept;
+TARNXML_API TextView sanitize(const char* text, std::string& scratch) noexcept;
+TARNXML_API TextView sanitize(const std::string& text, std::string& scratch) noexcept;
 
 // Every numeric character reference to a control character other than tab, line feed and
 // carriage return (or to a value beyond 32 bits) becomes "?". Reads up to the first zero byte.
