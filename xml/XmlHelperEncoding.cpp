@@ -8,6 +8,7 @@
 #include "tarnxml/XmlHelper.h"
 
 #include <libxml/encoding.h>
+#include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xmlstring.h>
 
@@ -432,6 +433,8 @@ EncodingResult wideToUTF8(std::string_view input, Family form, std::size_t markS
 
 EncodingResult toUTF8(std::string_view input, std::string& out)
 {
+    // libxml2 sets up its handler table once, under its own lock.
+    xmlInitParser();
     out.clear();
     EncodingResult result;
     const auto* bytes = reinterpret_cast<const unsigned char*>(input.data());
@@ -506,6 +509,7 @@ EncodingResult toUTF8(std::string_view input, std::string& out)
 
 bool fromUTF8(std::string_view utf8, const std::string& encoding, std::string& out)
 {
+    xmlInitParser();
     out.clear();
     if (!isEncodingName(encoding))
         return false;
