@@ -35,7 +35,7 @@ typedef std::unique_ptr<xmlCharEncodingHandler, HandlerCloser> Handler;
 // Longest encoding name looked up; libxml2 copies names into a 100-byte buffer.
 constexpr std::size_t kMaxNameSize = 64;
 // Input bytes handed to one conversion step; the output buffer holds what they can become.
-constexpr std::size_t kChunk = 64 * 1024;
+constexpr std::size_t kChunk = 16 * 1024;
 constexpr std::size_t kChunkOutput = kChunk * 4 + 16;
 
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
