@@ -44,6 +44,16 @@ std::string utf16(std::u16string_view text, bool littleEndian, bool mark)
     return out;
 }
 
+// UTF-32 bytes of a UTF-32 literal, optionally after a byte order mark.
+std::string utf32(std::u32string_view text, bool littleEndian, bool mark)
+{
+    std::string out;
+    for (char32_t unit : (mark ? U"\uFEFF" : U"") + std::u32string(text))
+        for (int i = 0; i < 4; ++i)
+            out += static_cast<char>(unit >> (littleEndian ? 8 * i : 24 - 8 * i));
+    return out;
+}
+
 const std::string kDecl = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
 struct Good {
@@ -71,6 +81,10 @@ std::vector<Good> goodCases()
          kDecl + "<a>\xC3\xA9</a>", "UTF-16LE", false, "UTF-16LE"},
         {"utf16be-nobom", utf16(u"<?xml version=\"1.0\"?><a>\u00E9</a>", false, false),
          "<?xml version=\"1.0\"?><a>\xC3\xA9</a>", "UTF-16BE", false, ""},
+        {"utf32le-bom", utf32(U"<a>\u00E9\U0001F600</a>", true, true), "<a>\xC3\xA9\xF0\x9F\x98\x80</a>",
+         "UTF-32LE", true, ""},
+        {"utf32be-nobom", utf32(U"<?xml version=\"1.0\" encoding=\"UTF-32\"?><a/>", false, false), kDecl + "<a/>",
+         "UTF-32BE", false, ""},
         // 日本 and half-width katakana ｱ in EUC-JP.
         {"euc-jp", "<?xml version=\"1.0\" encoding=\"EUC-JP\"?><t>\xC6\xFC\xCB\xDC \x8E\xB1</t>",
          kDecl + "<t>\xE6\x97\xA5\xE6\x9C\xAC \xEF\xBD\xB1</t>", "EUC-JP", false, "EUC-JP"},
@@ -123,6 +137,7 @@ TEST(ToUtf8, ReportsUndecodableInputWithItsOffset)
         {"utf16-lone-low", utf16(decl16 + u"x\xDC00</a>", true, true), 2 + 2 * (decl16.size() + 1), "surrogate"},
         {"utf16-high-without-low", utf16(decl16 + u"\xD800x</a>", false, true), 2 + 2 * decl16.size(), "surrogate"},
         {"utf16-odd-length", utf16(decl16, true, true) + "<", 2 + 2 * decl16.size(), "ends inside"},
+        {"utf32-surrogate", utf32(U"<a>\xD800</a>", true, true), 4 + 4 * 3, "UTF-32LE"},
         {"utf16-declared-in-8-bit", "<?xml version=\"1.0\" encoding=\"UTF-16\"?><a/>", 30, "UTF-16"},
         {"latin1-declared-in-utf16", utf16(u"<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a/>", true, true),
          2 + 2 * 30, "ISO-8859-1"},

@@ -442,6 +442,11 @@ EncodingResult toUTF8(std::string_view input, std::string& out)
         input.size() >= 2 ? xmlDetectCharEncoding(bytes, static_cast<int>(std::min<std::size_t>(input.size(), 4)))
                           : XML_CHAR_ENCODING_NONE;
     const bool mark16 = input.size() >= 2 && ((bytes[0] == 0xFF && bytes[1] == 0xFE) || (bytes[0] == 0xFE && bytes[1] == 0xFF));
+    // UTF-32 marks first: FF FE 00 00 would otherwise read as a UTF-16 mark and a U+0000.
+    if (input.size() >= 4 && bytes[0] == 0xFF && bytes[1] == 0xFE && bytes[2] == 0 && bytes[3] == 0)
+        return wideToUTF8(input, Family::Utf32LE, 4, out);
+    if (input.size() >= 4 && bytes[0] == 0 && bytes[1] == 0 && bytes[2] == 0xFE && bytes[3] == 0xFF)
+        return wideToUTF8(input, Family::Utf32BE, 4, out);
     switch (detected) {
     case XML_CHAR_ENCODING_UTF16LE:
         return wideToUTF8(input, Family::Utf16LE, mark16 ? 2 : 0, out);

@@ -95,7 +95,7 @@ struct EncodingResult {
 
 // Converts an XML text to UTF-8 with libxml2's encoding handlers (its own for UTF-16, ISO-8859-1
 // and ASCII, iconv for the rest). The encoding is found as libxml2 finds it: a byte order mark
-// (UTF-8, UTF-16 LE/BE), else the first bytes "<?" in UTF-16 or UTF-32 without a mark, else the
+// (UTF-8, UTF-16 LE/BE, UTF-32 LE/BE), else the first bytes "<?" in UTF-16 or UTF-32 without a mark, else the
 // encoding pseudo-attribute of the XML declaration; no mark and no declared encoding means UTF-8.
 // In the output the declaration's encoding value becomes "UTF-8" (quotes and everything else
 // kept), so XmlDocument::Load reads it as it is; the byte order mark is dropped.
