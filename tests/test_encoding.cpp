@@ -56,6 +56,10 @@ std::string utf32(std::u32string_view text, bool littleEndian, bool mark)
 
 const std::string kDecl = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
+// <?xml version="1.0"  and  encoding="IBM037"  in EBCDIC code page 037.
+const std::string kEbcdicStart = "\x4C\x6F\xA7\x94\x93\x40\xA5\x85\x99\xA2\x89\x96\x95\x7E\x7F\xF1\x4B\xF0\x7F";
+const std::string kEbcdicEncoding = "\x40\x85\x95\x83\x96\x84\x89\x95\x87\x7E\x7F\xC9\xC2\xD4\xF0\xF3\xF7\x7F";
+
 struct Good {
     const char* label;
     std::string input;
@@ -85,6 +89,8 @@ std::vector<Good> goodCases()
          "UTF-32LE", true, ""},
         {"utf32be-nobom", utf32(U"<?xml version=\"1.0\" encoding=\"UTF-32\"?><a/>", false, false), kDecl + "<a/>",
          "UTF-32BE", false, ""},
+        {"ebcdic", kEbcdicStart + kEbcdicEncoding + "\x6F\x6E\x4C\x81\x6E\x51\x4C\x61\x81\x6E",
+         kDecl + "<a>\xC3\xA9</a>", "IBM037", false, "IBM037"},
         // 日本 and half-width katakana ｱ in EUC-JP.
         {"euc-jp", "<?xml version=\"1.0\" encoding=\"EUC-JP\"?><t>\xC6\xFC\xCB\xDC \x8E\xB1</t>",
          kDecl + "<t>\xE6\x97\xA5\xE6\x9C\xAC \xEF\xBD\xB1</t>", "EUC-JP", false, "EUC-JP"},
@@ -148,7 +154,7 @@ TEST(ToUtf8, ReportsUndecodableInputWithItsOffset)
         {"unknown-name", "<?xml version=\"1.0\" encoding=\"x-no-such-encoding\"?><a/>", 30, "unknown"},
         // iconv would take the suffix as an order to drop what does not convert.
         {"iconv-suffix", "<?xml version=\"1.0\" encoding=\"windows-1252//IGNORE\"?><a>\x81</a>", 30, "unknown"},
-        {"ebcdic", "\x4C\x6F\xA7\x94\x93\x40", 0, "EBCDIC"},
+        {"ebcdic-without-code-page", kEbcdicStart + "\x6F\x6E\x4C\x81\x61\x6E", 0, "code page"},
     };
     // The five bytes windows-1252 leaves unassigned.
     for (const char byte : {'\x81', '\x8D', '\x8F', '\x90', '\x9D'})

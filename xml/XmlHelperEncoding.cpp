@@ -429,6 +429,60 @@ EncodingResult wideToUTF8(std::string_view input, Family form, std::size_t markS
     return result;
 }
 
+// Text in an 8-bit encoding named by its declaration (`name`, found at `nameOffset` of the input);
+// `text` starts at `base` in the input.
+EncodingResult declaredToUTF8(std::string_view text, std::size_t base, const std::string& name,
+                              std::size_t nameOffset, EncodingResult result, std::string& out)
+{
+    result.encoding = name;
+    if (!isEncodingName(name))
+        return failure(result, nameOffset, "unknown encoding " + name, out);
+    const Handler handler(xmlFindCharEncodingHandler(name.c_str()));
+    if (!handler)
+        return failure(result, nameOffset, "unknown encoding " + name, out);
+    if (!canDecode(handler.get()))
+        return failure(result, nameOffset, "encoding " + name + " cannot be read", out);
+    if (handler->name != nullptr)
+        result.encoding = handler->name;
+    resetState(handler.get());
+    out.clear();
+    out.reserve(text.size() + text.size() / 8);
+    const Outcome outcome = decodeAll(handler.get(), text, out);
+    if (outcome.stop != Step::Done)
+        return failure(result, base + outcome.offset,
+                       outcome.stop == Step::Incomplete ? "input ends inside a " + result.encoding + " character"
+                                                        : "input is not valid " + result.encoding,
+                       out);
+    rewriteDeclaration(out, "UTF-8");
+    result.ok = true;
+    return result;
+}
+
+// EBCDIC, recognised from "<?xm" in its invariant characters: the declaration is read with
+// libxml2's EBCDIC converter, then the whole text with the code page it declares.
+EncodingResult ebcdicToUTF8(std::string_view input, std::string& out)
+{
+    EncodingResult result;
+    result.encoding = "EBCDIC";
+    const std::size_t end = input.substr(0, 512).find('\x6E'); // '>' in every EBCDIC code page
+    if (end == std::string_view::npos)
+        return failure(result, 0, "EBCDIC input without a readable XML declaration", out);
+    const Handler probe(xmlGetCharEncodingHandler(XML_CHAR_ENCODING_EBCDIC));
+    if (!probe || !canDecode(probe.get()))
+        return failure(result, 0, "EBCDIC input cannot be read (no EBCDIC converter)", out);
+    std::string head;
+    const Outcome outcome = decodeAll(probe.get(), input.substr(0, end + 1), head);
+    const Declaration declaration = findDeclaration(head);
+    if (outcome.stop != Step::Done || !declaration.hasEncoding)
+        return failure(result, outcome.stop != Step::Done ? outcome.offset : 0,
+                       "EBCDIC input must declare its code page in the XML declaration", out);
+    // One byte per character in the declaration: offsets in `head` are offsets in the input.
+    const std::string name = head.substr(declaration.valueBegin, declaration.valueSize);
+    if (familyOf(name) != Family::Other)
+        return failure(result, declaration.valueBegin, "the declaration says " + name + " but the text is EBCDIC", out);
+    return declaredToUTF8(input, 0, name, declaration.valueBegin, result, out);
+}
+
 } // namespace
 
 EncodingResult toUTF8(std::string_view input, std::string& out)
@@ -461,8 +515,7 @@ EncodingResult toUTF8(std::string_view input, std::string& out)
         result.encoding = "UCS-4";
         return failure(result, 0, "UCS-4 in unusual byte order is not supported", out);
     case XML_CHAR_ENCODING_EBCDIC:
-        result.encoding = "EBCDIC";
-        return failure(result, 0, "EBCDIC input is not supported", out);
+        return ebcdicToUTF8(input, out);
     default:
         break;
     }
@@ -489,27 +542,7 @@ EncodingResult toUTF8(std::string_view input, std::string& out)
         return failure(result, nameOffset, "the byte order mark says UTF-8 but the declaration says " + name, out);
     if (family != Family::Other)
         return failure(result, nameOffset, "the declaration says " + name + " but the text is not " + name, out);
-    result.encoding = name;
-    if (!isEncodingName(declared))
-        return failure(result, nameOffset, "unknown encoding " + name, out);
-    const Handler handler(xmlFindCharEncodingHandler(name.c_str()));
-    if (!handler)
-        return failure(result, nameOffset, "unknown encoding " + name, out);
-    if (!canDecode(handler.get()))
-        return failure(result, nameOffset, "encoding " + name + " cannot be read", out);
-    if (handler->name != nullptr)
-        result.encoding = handler->name;
-    resetState(handler.get());
-    out.reserve(text.size() + text.size() / 8);
-    const Outcome outcome = decodeAll(handler.get(), text, out);
-    if (outcome.stop != Step::Done)
-        return failure(result, markSize + outcome.offset,
-                       outcome.stop == Step::Incomplete ? "input ends inside a " + result.encoding + " character"
-                                                        : "input is not valid " + result.encoding,
-                       out);
-    rewriteDeclaration(out, "UTF-8");
-    result.ok = true;
-    return result;
+    return declaredToUTF8(text, markSize, name, nameOffset, result, out);
 }
 
 bool fromUTF8(std::string_view utf8, const std::string& encoding, std::string& out)

@@ -111,7 +111,8 @@ struct EncodingResult {
 //     the offset of the declared name;
 //   - an encoding name that libxml2 and iconv do not know, or that is not an XML encoding name
 //     (letters, digits, '.', '_', '-'): the offset of the declared name;
-//   - EBCDIC input (recognised from its first bytes) is not converted: offset 0.
+//   - EBCDIC input (recognised from "<?xm" in EBCDIC) whose declaration does not name its code
+//     page: offset 0. With a code page ("IBM037", "IBM500", ...) it is converted like the rest.
 // Empty input gives ok, "UTF-8" and an empty output.
 // Threads: any thread, no shared state. Throws only std::bad_alloc.
 TARNXML_API EncodingResult toUTF8(std::string_view input, std::string& out);
