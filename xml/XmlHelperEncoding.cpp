@@ -272,8 +272,6 @@ Outcome decodeAll(xmlCharEncodingHandler* handler, std::string_view input, std::
     return Outcome{};
 }
 
-bool encodeAll(xmlCharEncodingHandler* handler, std::string_view input, std::string& out);
-
 // "&#xHEX;" for the character at `at`, itself encoded; false when `at` is not valid UTF-8 or the
 // reference cannot be written either. `length` receives the character's length.
 bool encodeReference(xmlCharEncodingHandler* handler, std::string_view input, std::size_t at, std::size_t& length,
@@ -286,7 +284,6 @@ bool encodeReference(xmlCharEncodingHandler* handler, std::string_view input, st
     length = static_cast<std::size_t>(available);
     char reference[16];
     const int size = std::snprintf(reference, sizeof reference, "&#x%X;", static_cast<unsigned>(c));
-    std::string encoded;
     // The reference is ASCII: one step, and a failure of it ends the conversion.
     std::size_t consumed = 0, produced = 0;
     unsigned char buffer[64];

@@ -109,8 +109,8 @@ struct EncodingResult {
 //   - a declaration that contradicts the bytes (UTF-16 or UTF-32 declared in 8-bit text, a
 //     UTF-8 byte order mark with another declared encoding, 8-bit encodings declared in UTF-16):
 //     the offset of the declared name;
-//   - an encoding name that libxml2 and iconv do not know, or that is not an XML encoding name
-//     (letters, digits, '.', '_', '-'): the offset of the declared name;
+//   - an encoding name that libxml2 and iconv do not know (or know only for writing), or that is
+//     not an XML encoding name (letters, digits, '.', '_', '-'): the offset of the declared name;
 //   - EBCDIC input (recognised from "<?xm" in EBCDIC) whose declaration does not name its code
 //     page: offset 0. With a code page ("IBM037", "IBM500", ...) it is converted like the rest.
 // Empty input gives ok, "UTF-8" and an empty output.
