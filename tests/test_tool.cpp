@@ -172,6 +172,28 @@ TEST_F(ToolTest, NeverWritesAlteredOrBrokenData) {
     }
 }
 
+// Text in other encodings is read and written back in its own encoding; text that does not
+// decode is refused with its byte offset and an --in-place file stays as it was.
+TEST_F(ToolTest, EncodingsAreKeptOrRefused) {
+    const std::string latin1 = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<r><a>Gr\xF6\xDF" "e</a></r>\n";
+    const std::string path = dir.write("latin1.xml", latin1);
+    const Result edited = run({"edit", "--in-place", "-x", "//a", "--set-attr", "k=\xC3\xA4", path});
+    EXPECT_EQ(0, edited.code) << edited.err;
+    EXPECT_EQ("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<r><a k=\"\xE4\">Gr\xF6\xDF" "e</a></r>\n", tarntest::readFile(path));
+    EXPECT_EQ("Gr\xC3\xB6\xC3\x9F" "e\n", run({"select", "--text", "-x", "//a", path}).out);
+    const std::string utf16 = std::string("\xFF\xFE<\0r\0>\0\xE4\0<\0/\0r\0>\0", 18);
+    const Result read16 = run({"select", "--value", "-x", "/r"}, utf16);
+    EXPECT_TRUE(read16.code == 0 && read16.out == "\xC3\xA4\n") << read16.err;
+    const std::string bad = "<?xml version=\"1.0\" encoding=\"windows-1252\"?>\n<r>\x81</r>\n", badPath = dir.write("bad1252.xml", bad);
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"edit", "--in-place", "-x", "/r", "--set-text", "x", badPath},
+                                                 {"format", badPath}, {"select", "-x", "/r", badPath}, {"check", badPath}}) {
+        const Result refused = run(args);
+        EXPECT_EQ(1, refused.code) << args.front();
+        EXPECT_NE(std::string::npos, refused.err.find(badPath + ": byte 49: ")) << refused.err;
+        EXPECT_EQ(bad, tarntest::readFile(badPath));
+    }
+}
+
 // --in-place follows a symbolic link (the target is replaced, the link stays) and keeps the
 // mode; a refused edit leaves the file as it was.
 TEST_F(ToolTest, EditInPlaceFollowsSymlinksAndRefusesWithoutWriting) {

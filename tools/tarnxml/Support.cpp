@@ -243,12 +243,68 @@ bool loadFile(const std::string& path, Streams& io, Loaded& out) {
     return loadDocument(path, text, false, io, out);
 }
 
-bool loadDocument(const std::string& name, const std::string& text, bool recover, Streams& io, Loaded& out) {
+namespace {
+
+// The encoding name the document itself gives in its declaration (spelled as it is there), read
+// from its first bytes with zero bytes left out so that UTF-16 reads like ASCII; "" without one.
+std::string declaredEncoding(const std::string& original) {
+    std::string head;
+    for (std::size_t i = 0; i < original.size() && head.size() < 256; ++i) {
+        if (original[i] != '\0') {
+            head += original[i];
+        }
+    }
+    const std::string::size_type start = head.find("<?xml");
+    const std::string::size_type end = head.find("?>");
+    if (start == std::string::npos || end == std::string::npos || end < start) {
+        return std::string();
+    }
+    const std::string declaration = head.substr(start, end - start);
+    std::string::size_type at = declaration.find("encoding");
+    if (at == std::string::npos) {
+        return std::string();
+    }
+    at = declaration.find_first_of("\"'", at);
+    if (at == std::string::npos) {
+        return std::string();
+    }
+    const std::string::size_type close = declaration.find(declaration[at], at + 1);
+    return close == std::string::npos ? std::string() : declaration.substr(at + 1, close - at - 1);
+}
+
+} // namespace
+
+bool loadDocument(const std::string& name, const std::string& original, bool recover, Streams& io, Loaded& out) {
     out = Loaded();
-    if (text.empty()) {
+    if (original.empty()) {
         io.err << name << ":1:1: Document is empty\n";
         return false;
     }
+    // Text in another encoding is converted first (the library reads UTF-8); the document is
+    // written back in the encoding it came in, under the name its declaration gives.
+    // UTF-8 without a byte order mark, the common case, skips the conversion and its copy.
+    const std::string declared = declaredEncoding(original);
+    std::string lowered = ToLower(declared);
+    const bool plain = static_cast<unsigned char>(original[0]) < 0x80 && original[0] != '\0' &&
+                       (original.size() < 2 || original[1] != '\0') &&
+                       (declared.empty() || lowered == "utf-8" || lowered == "utf8");
+    std::string converted;
+    XmlHelper::EncodingResult found;
+    if (plain) {
+        found.ok = true;
+        found.encoding = "UTF-8";
+    } else {
+        found = XmlHelper::toUTF8(original, converted);
+    }
+    if (!found.ok) {
+        io.err << name << ": byte " << found.errorOffset << ": " << found.error << '\n';
+        return false;
+    }
+    const bool utf8 = found.encoding == "UTF-8" && !found.bom;
+    if (found.encoding != "UTF-8") {
+        out.encoding = !declared.empty() ? declared : found.bom && found.encoding.compare(0, 6, "UTF-16") == 0 ? "UTF-16" : found.encoding;
+    }
+    const std::string& text = utf8 ? original : converted;
     out.repaired = !XmlHelper::isValidUTF8(text);
     ErrorCapture capture;
     out.document = tarn::CreateXmlDocument();
