@@ -293,6 +293,13 @@ int runEdit(const EditOptions& options, Streams& io) {
         }
     }
     std::string output = printDocument(loaded, false);
+    if (!loaded.encoding.empty()) {
+        std::string encoded;
+        if (!XmlHelper::fromUTF8(output, loaded.encoding, encoded)) {
+            throw ToolError(kExitUsage, options.file + ": cannot write the document back in " + loaded.encoding);
+        }
+        output.swap(encoded);
+    }
     if (options.inPlace) {
         replaceFile(options.file, output);
     } else {

@@ -88,6 +88,7 @@ struct Loaded {
     bool repaired = false;   // invalid UTF-8 or control characters were repaired on the way in
     bool recovered = false;  // parsed in recover mode and libxml2 reported errors
     ParseError problem;      // the first error reported in recover mode
+    std::string encoding;    // the encoding the file was written in, when not UTF-8 ("" for UTF-8)
 };
 
 // Parses `text` through XmlDocument::Load. On failure prints "NAME:LINE:COLUMN: message" to
