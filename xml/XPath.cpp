@@ -183,7 +183,7 @@ XPathExpression::XPathExpression(const std::string& expression) : compiled(nullp
     detail::XPathCall call(nullptr, nullptr);
     compiled = xmlXPathCtxtCompile(call.get(), reinterpret_cast<const xmlChar*>(expression.c_str()));
     if (compiled == nullptr)
-        message = call.error.empty() ? std::string("Invalid expression") : call.error;
+        message = call.message("Invalid expression");
 }
 
 XPathExpression::~XPathExpression()
@@ -246,7 +246,7 @@ XPathResult XPathExpression::run(_xmlDoc* document, _xmlNode* node, const XPathO
             result.stepLimitReached = true;
             result.error = kStepLimitMessage;
         } else {
-            result.error = call.error.empty() ? std::string("XPath evaluation failed") : call.error;
+            result.error = call.message("XPath evaluation failed");
         }
         return result;
     }

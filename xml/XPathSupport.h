@@ -1,9 +1,10 @@
 #pragma once
 // One XPath evaluation's libxml2 context: namespace bindings, a work bound and the errors
-// libxml2 reports, captured on the context itself (never the global handlers), so that
+// libxml2 reports, captured on the context itself (never the process-wide handlers), so that
 // concurrent evaluations on different threads each see only their own messages.
 #include "tarnxml/XmlNode.h"
 
+#include <libxml/xmlerror.h>
 #include <libxml/xpath.h>
 
 #include <memory>
@@ -21,6 +22,7 @@ public:
     // A context on `doc` (may be null) with `node` as the context node (null: the document
     // node, or none without a document). Throws std::bad_alloc when libxml2 cannot allocate.
     XPathCall(xmlDoc* doc, xmlNode* node);
+    ~XPathCall();
     XPathCall(const XPathCall&) = delete;
     XPathCall& operator=(const XPathCall&) = delete;
 
@@ -34,9 +36,19 @@ public:
     std::string error;
     // libxml2's XPath error code (xmlXPathError) of that error, -1 when none.
     int code = -1;
+    // The first text libxml2 sent to the generic error function meanwhile ("" when none).
+    std::string generic;
+    // `error`, else `generic`, else `fallback`.
+    std::string message(const char* fallback) const
+    {
+        return !error.empty() ? error : !generic.empty() ? generic : std::string(fallback);
+    }
 
 private:
     static void capture(void* self, xmlError* error);
+    static void captureGeneric(void* self, const char* format, ...);
+    xmlGenericErrorFunc savedGeneric_;
+    void* savedGenericContext_;
     std::unique_ptr<xmlXPathContext, XPathContextDeleter> context_;
 };
 
