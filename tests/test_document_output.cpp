@@ -12,7 +12,8 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <regex>
+#include <algorithm>
+#include <cctype>
 #include <string>
 #include <vector>
 
@@ -53,9 +54,15 @@ std::vector<std::string> corpusFiles()
 // The encoding the file's declaration names, "" when none.
 std::string declaredEncoding(const std::string& text)
 {
-    std::smatch match;
-    static const std::regex declaration(R"(^<\?xml[^>]*encoding=["']([^"']+)["'])");
-    return std::regex_search(text, match, declaration) ? match[1].str() : std::string();
+    if (text.compare(0, 5, "<?xml") != 0)
+        return std::string();
+    const std::string declaration = text.substr(0, text.find("?>"));
+    const std::string::size_type at = declaration.find("encoding=");
+    if (at == std::string::npos || at + 10 > declaration.size())
+        return std::string();
+    const char quote = declaration[at + 9];
+    const std::string::size_type start = at + 10;
+    return declaration.substr(start, declaration.find(quote, start) - start);
 }
 
 bool isUtf8Name(std::string name)
@@ -204,6 +211,9 @@ TEST(NodeFragment, LeavesTheTreeUnchanged)
     ASSERT_TRUE(inner);
     EXPECT_NE(std::string::npos, inner->FragmentXml().find("xmlns:r=\"urn:example:root\""));
     EXPECT_EQ(inner->OuterXml().find("xmlns:r="), std::string::npos);
+    EXPECT_EQ(before, document.ToString({}));
+    // A node with nothing to borrow keeps its own declarations.
+    EXPECT_EQ(document.GetRoot()->OuterXml(), document.GetRoot()->FragmentXml());
     EXPECT_EQ(before, document.ToString({}));
     EXPECT_EQ("", tarn::XmlNode().FragmentXml());
 }

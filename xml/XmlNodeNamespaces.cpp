@@ -65,6 +65,8 @@ public:
     explicit BorrowedDeclarations(xmlNode* element) : element_(element) {}
     ~BorrowedDeclarations()
     {
+        if (added_ == nullptr)
+            return;
         if (tail_ != nullptr)
             tail_->next = nullptr;
         else
