@@ -10,6 +10,8 @@
 #include <libxml/xpath.h>
 #include <libxml/xpathInternals.h>
 
+#include <boost/make_shared.hpp>
+
 #include <memory>
 #include <new>
 #include <utility>
@@ -57,19 +59,46 @@ std::string qualifiedName(const xmlNs* ns, const xmlChar* local)
 
 XmlNodePtr handleOn(xmlNode* node)
 {
-    XmlNodePtr handle(new XmlNode);
+    // One allocation for the handle and its count.
+    XmlNodePtr handle = boost::make_shared<XmlNode>();
     handle->Initialize(node);
     return handle;
 }
 
-void describe(xmlNode* node, XPathNode& out)
+struct BufferDeleter {
+    void operator()(xmlBuffer* buffer) const { xmlBufferFree(buffer); }
+};
+
+// The XPath string value of an element, document or attribute, gathered into one buffer that is
+// reused for every node of a result (libxml2's own cast allocates a new string per node).
+class StringValues {
+public:
+    StringValues() : buffer_(xmlBufferCreate())
+    {
+        if (!buffer_)
+            throw std::bad_alloc();
+    }
+    std::string of(xmlNode* node)
+    {
+        xmlBufferEmpty(buffer_.get());
+        if (xmlNodeBufGetContent(buffer_.get(), node) != 0)
+            return takeText(xmlXPathCastNodeToString(node));
+        return std::string(reinterpret_cast<const char*>(xmlBufferContent(buffer_.get())),
+                           static_cast<std::size_t>(xmlBufferLength(buffer_.get())));
+    }
+
+private:
+    std::unique_ptr<xmlBuffer, BufferDeleter> buffer_;
+};
+
+void describe(xmlNode* node, XPathNode& out, StringValues& values)
 {
     switch (node->type) {
     case XML_ELEMENT_NODE:
         out.kind = XPathNode::Element;
         out.name = qualifiedName(node->ns, node->name);
         out.namespaceURI = node->ns != nullptr ? textOf(node->ns->href) : std::string();
-        out.value = takeText(xmlXPathCastNodeToString(node));
+        out.value = values.of(node);
         out.node = handleOn(node);
         out.raw = node;
         return;
@@ -78,7 +107,7 @@ void describe(xmlNode* node, XPathNode& out)
         out.kind = XPathNode::Attribute;
         out.name = qualifiedName(attribute->ns, attribute->name);
         out.namespaceURI = attribute->ns != nullptr ? textOf(attribute->ns->href) : std::string();
-        out.value = takeText(xmlXPathCastNodeToString(node));
+        out.value = values.of(node);
         if (attribute->parent != nullptr)
             out.node = handleOn(attribute->parent);
         out.raw = node;
@@ -109,7 +138,7 @@ void describe(xmlNode* node, XPathNode& out)
     case XML_DOCUMENT_NODE:
     case XML_HTML_DOCUMENT_NODE:
         out.kind = XPathNode::Document;
-        out.value = takeText(xmlXPathCastNodeToString(node));
+        out.value = values.of(node);
         out.raw = node;
         return;
     default:
@@ -146,10 +175,12 @@ void fill(xmlXPathObject* object, XPathResult& result)
         xmlNodeSet* const set = object->nodesetval;
         if (set == nullptr || set->nodeNr == 0)
             return;
-        xmlXPathNodeSetSort(set);
+        // libxml2 hands node sets over in document order already (its compiler ends every
+        // expression that yields nodes with a sort step); sorting again costs sibling walks.
         result.nodes.resize(static_cast<std::size_t>(set->nodeNr));
+        StringValues values;
         for (int i = 0; i < set->nodeNr; ++i)
-            describe(set->nodeTab[i], result.nodes[static_cast<std::size_t>(i)]);
+            describe(set->nodeTab[i], result.nodes[static_cast<std::size_t>(i)], values);
         result.string = result.nodes.front().value;
         return;
     }
