@@ -161,6 +161,10 @@ TEST(NodeNamespaces, InScopeDeclarationsNearestFirst)
     // xmlns="" hides the outer default namespace and is not listed itself.
     const tarn::XmlNamespaceBindings atLeaf = {{"x", "urn:example:x2"}, {"r", "urn:example:root"}};
     EXPECT_EQ(atLeaf, firstMatch(document, "//leaf", ns)->GetNamespacesInScope());
+    // A text node sees the declarations of its element.
+    tarn::XmlNodePtr text = firstMatch(document, "//leaf", ns)->GetLastChild();
+    ASSERT_TRUE(text);
+    EXPECT_EQ(atLeaf, text->GetNamespacesInScope());
     EXPECT_TRUE(tarn::XmlNode().GetNamespacesInScope().empty());
 }
 

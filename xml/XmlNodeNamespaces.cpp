@@ -130,7 +130,10 @@ XPathNodeIterator* XmlDocument::GetIterator(const std::string& xpath, const XmlN
 XmlNamespaceBindings XmlNode::GetNamespacesInScope() const
 {
     XmlNamespaceBindings result;
-    const xmlNode* const start = getlibXML2Node();
+    const xmlNode* start = getlibXML2Node();
+    // Text, comments and the like see the declarations of the element they sit in.
+    if (start != nullptr && start->type != XML_ELEMENT_NODE)
+        start = start->parent;
     if (start == nullptr)
         return result;
     forEachInScope(start, false, [&result](const xmlNs* ns) {

@@ -258,7 +258,8 @@ public:
     // --- Namespaces -------------------------------------------------------------------------------
     // The namespace declarations in scope at this node, nearest first: the node's own
     // declarations in document order, then its parent's that are not shadowed, and so on up.
-    // Prefix "" stands for the default namespace; an undeclared default (xmlns="") hides the
+    // On a text, comment or other non-element node: those of its parent element. Prefix ""
+    // stands for the default namespace; an undeclared default (xmlns="") hides the
     // outer default namespace and is not listed itself; "xml" is not listed. Empty without a
     // node. Useful to bind a document's own prefixes for GetIterator(xpath, ns).
     XmlNamespaceBindings GetNamespacesInScope() const;
