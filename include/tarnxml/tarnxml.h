@@ -4,6 +4,7 @@
 #include "tarnxml/XmlEdit.h"
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlIterators.h"
+#include "tarnxml/XPath.h"
 #include "tarnxml/XmlReader.h"
 #include "tarnxml/XmlWriter.h"
 #include "tarnxml/XmlHelper.h"
