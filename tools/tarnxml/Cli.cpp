@@ -129,9 +129,10 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
 
     FormatOptions format;
     CLI::App* formatCommand = app.add_subcommand(
-        "format", "Re-print the root element through pugixml (XmlHelper::outerXml), indented by default.");
-    formatCommand->add_option("--indent", format.indent, "Indent string per level (default: two spaces)");
-    formatCommand->add_flag("--raw", format.raw, "Print on one line, without added whitespace");
+        "format", "Print the whole document (declaration, DOCTYPE, comments and PIs outside the root, entity "
+                  "references) as xmllint --format does, in the document's own encoding; the content never changes.");
+    formatCommand->add_option("--indent", format.indent, "Only two spaces, as xmllint --format (kept for scripts)");
+    formatCommand->add_flag("--raw", format.raw, "Print the document as it is, like xmllint without --format");
     formatCommand->add_option("FILE", format.file, "Input (default: standard input)");
 
     StreamOptions stream;

@@ -116,8 +116,8 @@ public:
     Editor(Loaded& loaded, Streams& io) : loaded_(loaded), io_(io) {}
 
     void select(const XPath& xpath, const Bindings& bindings, unsigned long maxSteps) {
-        Evaluation evaluation = xpath.evaluate(loaded_, bindings, maxSteps);
-        if (evaluation.type != Evaluation::NodeSet) {
+        tarn::XPathResult evaluation = xpath.evaluate(loaded_, bindings, maxSteps);
+        if (evaluation.type != tarn::XPathResult::NodeSet) {
             throw ToolError(kExitUsage, "-x '" + xpath.text() + "' gives a " + typeName(evaluation.type) + " (" +
                                             evaluation.string + "), not a set of nodes to edit; nothing written");
         }
@@ -164,8 +164,8 @@ public:
     }
 
 private:
-    static const char* typeName(Evaluation::Type type) {
-        return type == Evaluation::Boolean ? "boolean" : type == Evaluation::Number ? "number" : "string";
+    static const char* typeName(tarn::XPathResult::Type type) {
+        return type == tarn::XPathResult::Boolean ? "boolean" : type == tarn::XPathResult::Number ? "number" : "string";
     }
 
     bool isRoot(const SelectedNode& node) const { return node.raw == loaded_.root->getlibXML2Node(); }
@@ -227,7 +227,7 @@ private:
         }
         selection_ = std::move(kept);
         for (const SelectedNode& node : selection_) {
-            if (setNodeText(node, action.argument) != 0) {
+            if (tarn::SetNodeText(node, action.argument) != 0) {
                 throw ToolError(kExitUsage, "--set-text cannot be applied to the selected node; nothing written");
             }
         }
@@ -292,14 +292,9 @@ int runEdit(const EditOptions& options, Streams& io) {
             editor.apply(action);
         }
     }
-    std::string output = printDocument(loaded, false);
-    if (!loaded.encoding.empty()) {
-        std::string encoded;
-        if (!XmlHelper::fromUTF8(output, loaded.encoding, encoded)) {
-            throw ToolError(kExitUsage, options.file + ": cannot write the document back in " + loaded.encoding);
-        }
-        output.swap(encoded);
-    }
+    tarn::XmlSaveOptions save;
+    save.encoding = loaded.encoding;
+    std::string output = loaded.document->ToString(save);
     if (options.inPlace) {
         replaceFile(options.file, output);
     } else {

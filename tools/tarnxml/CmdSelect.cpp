@@ -1,5 +1,6 @@
 // tarnxml select: print what an XPath expression selects, in one or several files.
 #include <algorithm>
+#include <memory>
 #include <ostream>
 
 #include "Select.h"
@@ -29,7 +30,7 @@ void emit(Streams& io, const std::string& prefix, const std::string& text) {
 // as its string value.
 std::string printed(const SelectedNode& node) {
     switch (node.kind) {
-    case SelectedNode::Element:
+    case SelectedNode::Element: return node.node->FragmentXml();
     case SelectedNode::Comment:
     case SelectedNode::ProcessingInstruction: return node.node->OuterXml();
     default: return node.value;
@@ -39,8 +40,8 @@ std::string printed(const SelectedNode& node) {
 // Selects in one loaded document; the number of results printed.
 std::size_t selectIn(const SelectOptions& options, const XPath& xpath, const XPath* attribute,
                      const Bindings& bindings, const Loaded& loaded, const std::string& prefix, Streams& io) {
-    Evaluation evaluation = xpath.evaluate(loaded, bindings, options.maxSteps);
-    if (evaluation.type != Evaluation::NodeSet) {
+    tarn::XPathResult evaluation = xpath.evaluate(loaded, bindings, options.maxSteps);
+    if (evaluation.type != tarn::XPathResult::NodeSet) {
         emit(io, prefix, evaluation.string);
         return 1;
     }
@@ -54,7 +55,7 @@ std::size_t selectIn(const SelectOptions& options, const XPath& xpath, const XPa
             if (node.kind != SelectedNode::Element) {
                 continue;
             }
-            Evaluation found = attribute->evaluate(loaded, bindings, options.maxSteps, &node);
+            tarn::XPathResult found = attribute->evaluate(loaded, bindings, options.maxSteps, node.node.get());
             for (const SelectedNode& value : found.nodes) {
                 emit(io, prefix, value.value);
                 ++count;
