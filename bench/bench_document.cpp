@@ -200,6 +200,56 @@ void Build_CreateAndMove_Raw(benchmark::State& state)
     perElement(state);
 }
 
+// CreateXmlNode + AddChild(handle) and the raw equivalent, alternating in one benchmark (each
+// batch timed on the thread's CPU clock): the ratio the summary reports.
+void Build_CreateAndMove_Paired(benchmark::State& state)
+{
+    tarnbench::paired(
+        state, 1,
+        [] {
+            tarn::XmlNodePtr root = tarn::CreateXmlNode("root", std::string());
+            for (int i = 0; i < kTreeElements; ++i) {
+                tarn::XmlNodePtr item = tarn::CreateXmlNode("item", i);
+                root->AddChild(item);
+            }
+            benchmark::DoNotOptimize(root.get());
+        },
+        [] {
+            xmlNode* root = xmlNewNode(nullptr, reinterpret_cast<const xmlChar*>("root"));
+            for (int i = 0; i < kTreeElements; ++i) {
+                xmlNode* item = rawItem(i);
+                xmlUnlinkNode(item);
+                xmlAddChild(root, item);
+            }
+            benchmark::DoNotOptimize(root);
+            xmlFreeNode(root);
+        },
+        kTreeElements);
+}
+
+// AddChild(name, int) against xmlNewNode + xmlNewText + xmlAddChild, paired the same way.
+void Build_AddChildInt_Paired(benchmark::State& state)
+{
+    tarnbench::paired(
+        state, 1,
+        [] {
+            tarn::XmlNodePtr root = tarn::CreateXmlNode("root", std::string());
+            for (int i = 0; i < kTreeElements; ++i)
+                root->AddChild("item", i);
+            benchmark::DoNotOptimize(root.get());
+        },
+        [] {
+            xmlNode* root = xmlNewNode(nullptr, reinterpret_cast<const xmlChar*>("root"));
+            for (int i = 0; i < kTreeElements; ++i)
+                xmlAddChild(root, rawItem(i));
+            benchmark::DoNotOptimize(root);
+            xmlFreeNode(root);
+        },
+        kTreeElements);
+}
+
+BENCHMARK(Build_CreateAndMove_Paired)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
+BENCHMARK(Build_AddChildInt_Paired)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(Load_Library)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(Load_Raw)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(OuterXml_Library)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);

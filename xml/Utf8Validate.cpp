@@ -186,6 +186,15 @@ bool validPortable(const unsigned char* data, std::size_t size)
         if (i == kBad)
             return false;
     }
+    // The last few bytes (a whole short name or value, usually) go through the word test too,
+    // padded with blanks, which the test accepts; only a tail with a high bit takes the table walk.
+    std::uint64_t w = 0x20 * kOnes;
+    for (std::size_t k = 0; i + k < size; ++k) {
+        const unsigned shift = static_cast<unsigned>(8 * k);
+        w = (w & ~(std::uint64_t{0xFF} << shift)) | (std::uint64_t{data[i + k]} << shift);
+    }
+    if ((w & kHigh) == 0)
+        return asciiWordAllowed(w);
     return walkUntil(data, size, i, size) != kBad;
 }
 
