@@ -31,26 +31,26 @@ bool endsInsideCharacter(const unsigned char* data, std::size_t size)
 }
 } // namespace
 
-bool isValidUTF8(const char* data, unsigned int size)
+bool isValidUTF8(const char* data, unsigned int size) noexcept
 {
     if (!data || size == 0)
         return false;
     return tarn::detail::utf8Valid(reinterpret_cast<const unsigned char*>(data), size);
 }
 
-bool isValidUTF8(const char* text)
+bool isValidUTF8(const char* text) noexcept
 {
     if (!text)
         return false;
     return isValidUTF8(text, static_cast<unsigned int>(std::strlen(text)));
 }
 
-bool isValidUTF8(const std::string& text)
+bool isValidUTF8(const std::string& text) noexcept
 {
     return isValidUTF8(text.data(), static_cast<unsigned int>(text.size()));
 }
 
-TextView sanitize(const char* data, unsigned int size, std::string& scratch)
+TextView sanitize(const char* data, unsigned int size, std::string& scratch) noexcept
 {
     if (!data || size == 0)
         return TextView{kEmptyText, 0};
@@ -77,14 +77,14 @@ TextView sanitize(const char* data, unsigned int size, std::string& scratch)
     return TextView{scratch.c_str(), static_cast<unsigned int>(scratch.size())};
 }
 
-TextView sanitize(const char* text, std::string& scratch)
+TextView sanitize(const char* text, std::string& scratch) noexcept
 {
     if (!text)
         return TextView{kEmptyText, 0};
     return sanitize(text, static_cast<unsigned int>(std::strlen(text)), scratch);
 }
 
-TextView sanitize(const std::string& text, std::string& scratch)
+TextView sanitize(const std::string& text, std::string& scratch) noexcept
 {
     return sanitize(text.data(), static_cast<unsigned int>(text.size()), scratch);
 }

@@ -87,7 +87,7 @@ XmlNodePtr XmlNodeIterator::GetNext()
 
 XmlAttribute::XmlAttribute() : attribute(nullptr) {}
 
-void XmlAttribute::AttributeSet(_xmlAttr* newAttribute) { attribute = newAttribute; }
+void XmlAttribute::AttributeSet(_xmlAttr* newAttribute) noexcept { attribute = newAttribute; }
 
 std::string XmlAttribute::GetName() const
 {

@@ -17,7 +17,7 @@ namespace tarn {
 namespace {
 
 struct NodeDeleter {
-    void operator()(xmlNode* doomed) const { xmlFreeNode(doomed); }
+    void operator()(xmlNode* doomed) const noexcept { xmlFreeNode(doomed); }
 };
 typedef std::unique_ptr<xmlNode, NodeDeleter> OwnedNode;
 

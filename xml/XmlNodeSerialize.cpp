@@ -23,7 +23,7 @@ namespace {
 constexpr int kInnerXmlAssertLine = 975;
 
 struct BufferDeleter {
-    void operator()(xmlBuffer* buffer) const { xmlBufferFree(buffer); }
+    void operator()(xmlBuffer* buffer) const noexcept { xmlBufferFree(buffer); }
 };
 
 struct XmlCharFree {

@@ -14,7 +14,7 @@
 #include <memory>
 #include <new>
 
-void XmlCharDeleter::operator()(unsigned char* text) const
+void XmlCharDeleter::operator()(unsigned char* text) const noexcept
 {
     if (text != nullptr)
         xmlFree(text);

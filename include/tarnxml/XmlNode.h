@@ -81,13 +81,13 @@ public:
 
     // --- Handle and ownership -------------------------------------------------------------
     // Points the handle at `node` (may be null); frees and adopts nothing.
-    void Initialize(_xmlNode* node);
+    void Initialize(_xmlNode* node) noexcept;
     // The referred node, or the owned one when the handle refers to nothing; may be null.
-    _xmlNode* getlibXML2Node() const;
+    _xmlNode* getlibXML2Node() const noexcept;
     // Frees the node the handle owns, if any, and owns `node` instead (a new detached node).
-    void setCreatedNode(_xmlNode* node);
+    void setCreatedNode(_xmlNode* node) noexcept;
     // Stops owning the node without freeing it: a tree has taken it over.
-    void onNodeMoved();
+    void onNodeMoved() noexcept;
     // Unlinks the referred node from its tree and frees it with its subtree; the handle then
     // refers to nothing (and owns nothing if it owned that node). No node: nothing happens.
     void Remove();

@@ -6,3 +6,4 @@
 #include "tarnxml/XmlReader.h"
 #include "tarnxml/XmlWriter.h"
 #include "tarnxml/XmlHelper.h"
+#include "tarnxml/tarnxml_version.h"
