@@ -9,6 +9,7 @@
 #include <libxml/tree.h>
 
 #include <memory>
+#include <boost/make_shared.hpp>
 #include <new>
 
 namespace tarn {
@@ -215,31 +216,56 @@ XmlNodePtr CreateXmlNode() { return XmlNodePtr(new XmlNode); }
 
 XmlNodePtr CreateXmlNode(const std::string& name, const std::string& value)
 {
-    XmlNodePtr handle(new XmlNode);
+    // The handle and its shared count in one allocation (the handle is constructed and destroyed
+    // exactly as with new and delete; only the memory is shared).
+    XmlNodePtr handle = boost::make_shared<XmlNode>();
     handle->Initialize(name, value);
     return handle;
 }
 
-XmlNodePtr CreateXmlNode(const std::string& name, bool value) { return CreateXmlNode(name, ToString(value)); }
-XmlNodePtr CreateXmlNode(const std::string& name, int value)
+namespace {
+
+// What CreateXmlNode(name, text) makes, for a value text that this file produced itself (digits,
+// a sign, a decimal point, an exponent, "true"/"false"): such text is valid ASCII that the gate
+// would pass unchanged, so it goes to libxml2 directly, without a std::string in between.
+XmlNodePtr createWithPlainValue(const std::string& name, const char* value)
 {
-    return CreateXmlNode(name, detail::decimalText(value));
+    XmlNodePtr handle = boost::make_shared<XmlNode>(); // as in CreateXmlNode(name, text)
+    OwnedNode element = newElement(nullptr, name);
+    if (*value != '\0') {
+        xmlNode* const textNode = xmlNewText(reinterpret_cast<const xmlChar*>(value));
+        if (textNode == nullptr)
+            throw std::bad_alloc();
+        xmlAddChild(element.get(), textNode);
+    }
+    handle->setCreatedNode(element.release());
+    handle->Initialize(handle->getlibXML2Node());
+    return handle;
 }
-XmlNodePtr CreateXmlNode(const std::string& name, unsigned int value)
+
+template <typename Integer>
+XmlNodePtr createWithDecimal(const std::string& name, Integer value)
 {
-    return CreateXmlNode(name, detail::decimalText(value));
+    const fmt::format_int digits(value);
+    return createWithPlainValue(name, digits.c_str());
 }
-XmlNodePtr CreateXmlNode(const std::string& name, long long value)
+
+} // namespace
+
+XmlNodePtr CreateXmlNode(const std::string& name, bool value)
 {
-    return CreateXmlNode(name, detail::decimalText(value));
+    return createWithPlainValue(name, ToString(value).c_str());
 }
+XmlNodePtr CreateXmlNode(const std::string& name, int value) { return createWithDecimal(name, value); }
+XmlNodePtr CreateXmlNode(const std::string& name, unsigned int value) { return createWithDecimal(name, value); }
+XmlNodePtr CreateXmlNode(const std::string& name, long long value) { return createWithDecimal(name, value); }
 XmlNodePtr CreateXmlNode(const std::string& name, unsigned long long value)
 {
-    return CreateXmlNode(name, detail::decimalText(value));
+    return createWithDecimal(name, value);
 }
 XmlNodePtr CreateXmlNode(const std::string& name, double value)
 {
-    return CreateXmlNode(name, detail::doubleText(value));
+    return createWithPlainValue(name, detail::doubleText(value).c_str());
 }
 
 XmlNodePtr CreateXmlNode(const std::string& name, const char* value)
