@@ -88,4 +88,80 @@ TEST(DeepTree, CloneCopyMoveSerialiseAndQueryNeverRecurse)
     EXPECT_FALSE(XmlHelper::convert(pugiDocument.first_child()));
 }
 
+// Every node and attribute of the subtree under `node`, in no particular order.
+void forEachNode(xmlNode* node, const std::function<void(xmlNode*)>& visit)
+{
+    std::vector<xmlNode*> pending{node};
+    while (!pending.empty()) {
+        xmlNode* at = pending.back();
+        pending.pop_back();
+        visit(at);
+        if (at->type != XML_ELEMENT_NODE)
+            continue;
+        for (xmlAttr* a = at->properties; a; a = a->next)
+            visit(reinterpret_cast<xmlNode*>(a));
+        for (xmlNode* child = at->children; child; child = child->next)
+            pending.push_back(child);
+    }
+}
+
+TEST(ScratchDocument, SerialisedSubtreeGoesBackToItsOwnDocument)
+{
+    const XmlDocumentPtr document = tarn::CreateXmlDocument("<r><a x=\"1\"><b y=\"2\">t</b><!--c--></a></r>");
+    ASSERT_TRUE(document);
+    xmlDoc* const loadedDoc = document->GetRoot()->getlibXML2Node()->doc;
+    const XmlNodePtr created = tarn::CreateXmlNode("a", "t");
+    ASSERT_EQ(created->AddChild("b", std::string("u")), 0);
+    ASSERT_EQ(created->GetChild("b")->SetAttribute("y", "2"), 0);
+    const XmlNodePtr loaded = document->GetRoot()->GetChild("a");
+    struct Case { XmlNodePtr node; xmlDoc* owner; };
+    for (const Case& c : {Case{created, nullptr}, Case{created->Clone(), nullptr}, Case{loaded, loadedDoc}}) {
+        EXPECT_NE(c.node->SerializeOuterXml().find("<b y=\"2\">"), std::string::npos);
+        int seen = 0;
+        forEachNode(c.node->getlibXML2Node(), [&](xmlNode* n) {
+            ++seen;
+            EXPECT_EQ(n->doc, c.owner) << n->name;
+        });
+        EXPECT_GE(seen, 4);
+        EXPECT_EQ(c.node->getlibXML2Node()->parent, nullptr);
+    }
+    // Taken out of the document by the serialisation, the element is no longer freed with it.
+    EXPECT_EQ(document->GetRoot()->OuterXml(), "<r/>");
+    loaded->Remove();
+}
+
+// Each thread serialises clones of its own tree and then queries them. An absolute path from a
+// detached node selects nothing; it must never reach into what another thread has in the scratch
+// document at that moment.
+TEST(ScratchDocument, ThreadsSerialiseThenQueryTheirOwnNodes)
+{
+    constexpr int kThreads = 8;
+    const long rounds = tarntest::iterations(1000);
+    std::vector<int> foreign(kThreads, 0), own(kThreads, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t, rounds, &foreign, &own] {
+            const std::string mine = std::to_string(t);
+            const XmlNodePtr tree = tarn::CreateXmlNode("t", "");
+            for (int i = 0; i < 3; ++i)
+                tree->AddChild("item", mine);
+            for (long r = 0; r < rounds; ++r) {
+                const XmlNodePtr clone = tree->Clone();
+                clone->SerializeOuterXml();
+                for (const char* xpath : {"//item", "/t/item", "item"}) {
+                    tarn::XPathNodeIterator* it = clone->GetIterator(xpath);
+                    for (XmlNodePtr n = it->GetFirst(); n; n = it->GetNext())
+                        ++(n->GetData() == mine ? own[t] : foreign[t]);
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (int t = 0; t < kThreads; ++t) {
+        EXPECT_EQ(foreign[t], 0) << "thread " << t;
+        EXPECT_EQ(own[t], 3 * rounds) << "thread " << t;
+    }
+}
+
 } // namespace
