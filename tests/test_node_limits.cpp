@@ -11,6 +11,7 @@
 #include <libxml/tree.h>
 #include <pugixml.hpp>
 
+#include "LibxmlAllocations.h"
 #include "TestSupport.h"
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlHelper.h"
@@ -109,6 +110,36 @@ TEST(RemoveChild, InterleavedChildrenInOnePass)
     EXPECT_EQ(parent->RemoveChild("a"), -1);
     EXPECT_EQ(parent->RemoveChild("b"), 0);
     EXPECT_EQ(parent->OuterXml(), "<r/>");
+}
+
+// libxml2 copies each namespace node it selects; those copies belong to the result and are freed
+// with it, while the tree's own nodes are never read when a result is dropped.
+TEST(XPathNamespaces, NamespaceNodesInResultsAreFreed)
+{
+    const char* const text = "<r xmlns=\"urn:d\" xmlns:p=\"urn:p\"><p:a xmlns:q=\"urn:q\"><b/></p:a></r>";
+    tarn::CreateXmlDocument(text)->GetIterator("//namespace::*"); // libxml2's lazy globals
+    struct Case { const char* xpath; bool onNode; int elements; };
+    const Case cases[] = {{"//namespace::*", false, 0}, {"//*/namespace::* | //*", false, 3},
+                          {"namespace::*", true, 0}, {"namespace::p/.. | .//namespace::*/..", true, 2}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.xpath);
+        const tarntest::LibxmlAllocations allocations;
+        {
+            const XmlDocumentPtr document = tarn::CreateXmlDocument(text);
+            const XmlNodePtr a = document->GetRoot()->GetChild();
+            tarn::XPathNodeIterator* it = c.onNode ? a->GetIterator(c.xpath) : document->GetIterator(c.xpath);
+            int elements = 0;
+            for (XmlNodePtr n = it->GetFirst(); n; n = it->GetNext())
+                ++elements;
+            EXPECT_EQ(elements, c.elements);
+            // A second query replaces the first result; the handle's result outlives the
+            // document and is freed with the handle.
+            (c.onNode ? a->GetIterator(c.xpath) : document->GetIterator(c.xpath))->GetFirst();
+            const XmlNodePtr keep = a;
+            document->reset();
+        }
+        EXPECT_EQ(allocations.outstanding(), 0);
+    }
 }
 
 // Every node and attribute of the subtree under `node`, in no particular order.
