@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -140,6 +141,28 @@ TEST(XPathNamespaces, NamespaceNodesInResultsAreFreed)
         }
         EXPECT_EQ(allocations.outstanding(), 0);
     }
+}
+
+// An exception that unwinds through the parse (here from an error handler the host installed)
+// leaves Load with an empty document and nothing of libxml2's allocated: the parser context and
+// the partial tree are freed on the way out.
+TEST(LoadCleanUp, ExceptionThroughTheParseLeaksNothing)
+{
+    const char* const broken = "<r><a x=\"1\">text</r>";
+    tarn::XmlDocument document;
+    xmlSetStructuredErrorFunc(nullptr, [](void*, xmlError*) { throw std::bad_alloc(); });
+    EXPECT_EQ(document.Load(broken, false), -1); // libxml2's last-error record now holds that error
+    long outstanding = 0;
+    {
+        const tarntest::LibxmlAllocations allocations;
+        for (const bool recover : {false, true})
+            EXPECT_EQ(document.Load(broken, recover), -1);
+        outstanding = allocations.outstanding();
+    }
+    xmlSetStructuredErrorFunc(nullptr, nullptr);
+    EXPECT_EQ(outstanding, 0);
+    EXPECT_FALSE(document.GetRoot());
+    EXPECT_EQ(document.Load("<r/>", false), 0);
 }
 
 // Every node and attribute of the subtree under `node`, in no particular order.
