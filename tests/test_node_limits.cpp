@@ -80,6 +80,8 @@ TEST(DeepTree, CloneCopyMoveSerialiseAndQueryNeverRecurse)
     EXPECT_FALSE(query->GetNext());
     const std::string whole = moved->SerializeOuterXml();
     EXPECT_EQ(whole, "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n" + outer + "\n");
+    EXPECT_EQ(document->GetRoot()->OuterXml(), "<r/>");
+    moved->Remove(); // serialised, it left the document, which no longer frees it
 
     // The pugixml bridge both ways: pugixml walks without recursion; the way back parses, and
     // the parser refuses that depth.
