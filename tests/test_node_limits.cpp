@@ -214,6 +214,7 @@ TEST(ScratchDocument, SerialisedSubtreeGoesBackToItsOwnDocument)
 // document at that moment.
 TEST(ScratchDocument, ThreadsSerialiseThenQueryTheirOwnNodes)
 {
+    tarn::libXMLStartup(); // on one thread first, as the library asks
     constexpr int kThreads = 8;
     const long rounds = tarntest::iterations(1000);
     std::vector<int> foreign(kThreads, 0), own(kThreads, 0);
