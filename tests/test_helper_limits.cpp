@@ -44,6 +44,9 @@ TEST(NumericReference, DecodeAndCleanUpReadTheNumberAlike)
 // view), never cut to its size modulo 2^32. Needs 4 GiB: in the slow run only, on 64-bit.
 TEST(LargeInput, SlowTextsBeyondFourGiBAreRefusedNotCut)
 {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "4 GiB with ThreadSanitizer's shadow memory is too much";
+#endif
     if (sizeof(std::size_t) <= sizeof(unsigned int) || tarntest::quick())
         GTEST_SKIP() << "needs a 64-bit build and 4 GiB of memory";
     std::string huge;
