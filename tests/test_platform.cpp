@@ -123,9 +123,12 @@ TEST(Fork, ChildOfALoggingProcessExits)
         EXPECT_EQ(capture.records().size(), 1u);
     }
 #if !defined(__SANITIZE_THREAD__) // ThreadSanitizer runs a thread of its own
+    // So do user-mode emulators (quick runs): the count only means something natively.
     const auto threads = std::distance(std::filesystem::directory_iterator("/proc/self/task"),
                                        std::filesystem::directory_iterator());
-    EXPECT_EQ(threads, 1);
+    if (!tarntest::quick()) {
+        EXPECT_EQ(threads, 1);
+    }
 #endif
     const pid_t child = ::fork();
     ASSERT_NE(child, -1);
