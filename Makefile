@@ -2,7 +2,9 @@
 # (scripts/install-deps.sh), then configures and builds what it needs.
 #
 #   make demo       build, then run the tarnxml tool's guided tour on examples/sample.xml
-#   make test       build and run the test suite (ctest)
+#   make test       build and run the test suite (ctest) without the slow full-size runs
+#   make test-slow  only the full-size runs of the tests with slow parts (ctest label "slow")
+#   make test-all   both: the whole suite
 #   make bench      Release build, run every benchmark (library vs raw libxml2 / pugixml, the tool
 #                   vs xmllint / xmlstarlet) and print one summary table at the end
 #   make asan       the test suite under AddressSanitizer + UndefinedBehaviorSanitizer (leaks fatal)
@@ -30,7 +32,7 @@ TSAN_ENV = TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(C
 
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps build test demo bench asan tsan fuzz valgrind test32 consumer install clean
+.PHONY: all deps build test test-slow test-all demo bench asan tsan fuzz valgrind test32 consumer install clean
 
 all: build
 
@@ -45,6 +47,12 @@ build: deps build/CMakeCache.txt
 	$(CMAKE) --build build -j $(JOBS)
 
 test: build
+	$(CTEST) --test-dir build --output-on-failure -j $(JOBS) -LE slow
+
+test-slow: build
+	$(CTEST) --test-dir build --output-on-failure -j $(JOBS) -L slow
+
+test-all: build
 	$(CTEST) --test-dir build --output-on-failure -j $(JOBS)
 
 demo: build

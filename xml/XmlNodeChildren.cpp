@@ -39,16 +39,23 @@ xmlNode* firstElement(xmlNode* child)
     return child;
 }
 
-// The first element child whose stored name equals `name` byte for byte. libxml2's names end at
-// their first zero byte, so a name with a zero byte inside matches nothing.
+// Whether `child` is an element whose stored name is `wanted`, byte for byte.
+bool isElementNamed(const xmlNode* child, const char* wanted)
+{
+    return child->type == XML_ELEMENT_NODE && child->name
+        && std::strcmp(reinterpret_cast<const char*>(child->name), wanted) == 0;
+}
+
+// libxml2's names end at their first zero byte, so a name with a zero byte inside matches nothing.
+bool usableName(const std::string& name) { return std::strlen(name.c_str()) == name.size(); }
+
+// The first element child whose stored name equals `name` byte for byte.
 xmlNode* findElement(const xmlNode* parent, const std::string& name)
 {
-    const char* wanted = name.c_str();
-    if (std::strlen(wanted) != name.size())
+    if (!usableName(name))
         return nullptr;
     for (xmlNode* child = firstChildOf(parent); child; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE && child->name
-            && std::strcmp(reinterpret_cast<const char*>(child->name), wanted) == 0)
+        if (isElementNamed(child, name.c_str()))
             return child;
     }
     return nullptr;
@@ -205,12 +212,20 @@ bool XmlNode::GetChildDataBool(const std::string& name) const
 
 int XmlNode::RemoveChild(const std::string& name)
 {
-    // Each lookup starts again at the first child. The ones removed before are gone, so a round
-    // only walks past the children of other names that precede the next match.
+    // One pass: each matching element child is unlinked and freed with its subtree (what Remove
+    // does through a handle), the walk going on from the sibling after it. Starting again at the
+    // first child after each removal made interleaved children quadratic.
+    if (!usableName(name))
+        return -1;
     int result = -1;
-    for (XmlNodePtr child = GetChild(name); child; child = GetChild(name)) {
-        child->Remove();
-        result = 0;
+    for (xmlNode* child = firstChildOf(node); child;) {
+        xmlNode* const next = child->next;
+        if (isElementNamed(child, name.c_str())) {
+            xmlUnlinkNode(child);
+            xmlFreeNode(child);
+            result = 0;
+        }
+        child = next;
     }
     return result;
 }

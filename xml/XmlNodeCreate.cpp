@@ -2,6 +2,7 @@
 #include "tarnxml/XmlNode.h"
 
 #include "Diagnostics.h"
+#include "TreeWalk.h"
 #include "ValueText.h"
 #include "tarn/shared.h"
 #include "tarnxml/XmlHelper.h"
@@ -158,6 +159,9 @@ int XmlNode::AddChild(const XmlNodePtr& moved)
         return -1;
     const bool ownedByMoved = moved->createdNode == cur;
     xmlUnlinkNode(cur);
+    // Into this node's document first, without recursion: libxml2 would re-point a subtree
+    // from another document (or none) recursively.
+    detail::setTreeDoc(cur, node->doc);
     // xmlAddChild returns the node that survives: a text node appended after a text node (or
     // under one) is merged into it and freed, and the handle must then refer to the survivor.
     xmlNode* const placed = xmlAddChild(node, cur);
@@ -188,6 +192,8 @@ int XmlNode::AddSibling(const XmlNodePtr& moved)
     // neighbour, freeing it); it refuses to place the last child after itself, which leaves
     // everything as it was.
     const bool ownedByMoved = moved->createdNode == cur;
+    if (cur != lastChild)
+        detail::setTreeDoc(cur, lastChild->doc); // as in AddChild: no recursion in libxml2
     if (xmlAddNextSibling(lastChild, cur) == nullptr)
         return -1;
     if (ownedByMoved)
