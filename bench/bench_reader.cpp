@@ -208,4 +208,19 @@ BENCHMARK(BM_RawCopy)->Name("reader/raw_copy")->Arg(0)->Arg(1)->Unit(benchmark::
 BENCHMARK(BM_RawConst)->Name("reader/raw_const")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Ratio)->Name("reader/ratio")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    return tarnbench::runBenchmarks(argc, argv, [](const tarnbench::TimesReporter& reporter) {
+        for (int which = 0; which < 2; ++which) {
+            const std::string name = "reader/ratio/" + std::to_string(which) + "/min_time:3.000";
+            const double ratio = reporter.counter(name, "vs_raw_copy");
+            if (ratio <= 0)
+                continue;
+            const std::string detail = tarnbench::timeText(reporter.counter(name, "library_ms") * 1e6) + " vs " +
+                                       tarnbench::timeText(reporter.counter(name, "raw_copy_ms") * 1e6) + " raw (" +
+                                       inputName(which) + ")";
+            tarnbench::summary(std::string("reader name()+value() walk vs raw copying loop, ") + inputName(which),
+                               tarnbench::ratioText(ratio), ">= 0.98", detail);
+        }
+    });
+}

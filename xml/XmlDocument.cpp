@@ -4,6 +4,8 @@
 #include "tarnxml/XmlHelper.h"
 #include "tarnxml/XmlIterators.h"
 
+#include "ParserContext.h"
+
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
@@ -59,7 +61,12 @@ int XmlDocument::Load(const std::string& text, bool recover)
         return -1;
     const int options = recover ? (kParseOptions | XML_PARSE_RECOVER) : kParseOptions;
     try {
-        doc = xmlReadMemory(clean.data, static_cast<int>(clean.size), kDocumentUrl, nullptr, options);
+        // xmlReadMemory with the context in our hands, so that it is freed even when an
+        // exception unwinds through the parse.
+        const detail::ParserContext context(xmlNewParserCtxt());
+        if (context)
+            doc = xmlCtxtReadMemory(context.get(), clean.data, static_cast<int>(clean.size), kDocumentUrl, nullptr,
+                                    options);
     } catch (...) {
         // Nothing may escape a parse (an allocation failure in a callback, say): the document
         // simply stays empty.

@@ -72,6 +72,9 @@ TARNXML_API bool isValidUTF8(const std::string& text) noexcept;
 // `scratch` (each invalid sequence becomes U+FFFD, a sequence cut off at the end is dropped,
 // control characters become "?") and the view refers to `scratch`. Null or empty input gives an
 // empty view and leaves `scratch` untouched. Never throws.
+// Sizes are counted in 32 bits: a text of more than 4 GiB - 1 bytes (std::string or
+// zero-terminated) is refused whole, never cut: isValidUTF8 gives false and sanitize gives the
+// empty view with `scratch` untouched, so XmlDocument::Load, for one, fails on it with -1.
 TARNXML_API TextView sanitize(const char* data, unsigned int size, std::string& scratch) noexcept;
 TARNXML_API TextView sanitize(const char* text, std::string& scratch) noexcept;
 TARNXML_API TextView sanitize(const std::string& text, std::string& scratch) noexcept;
