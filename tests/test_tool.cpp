@@ -142,6 +142,7 @@ TEST_F(ToolTest, NeverWritesAlteredOrBrokenData) {
         {"--attr could not read xlink:href", {"select", "-N", "xlink=urn:xlink", "--attr", "xlink:href", "-x", "//_:a", ns}, 0, "#1\n", ""},
         {"--attr href matched xl:href", {"select", "--attr", "href", "-x", "//*", ns}, 0, "plain\n#2\n", ""},
         {"attributes and text selected by XPath were refused", {"select", "-x", "//@xl:href|//_:a/text()", ns}, 0, "#1\nt\nc\n", ""},
+        {"the document node", {"select", "-x", "/", two}, 0, "<?xml version=\"1.0\"?>\n<r><a>2</a></r>\n", ""},
         {"--value gives all text, CDATA included", {"select", "--value", "-x", "//_:a", ns}, 0, "tc\n", ""},
         {"several files, prefixed like grep", {"select", "-x", "//a/text()", two, two}, 0, two + ":2\n" + two + ":2\n", ""},
         {"", {"select", "--count", "-x", "//a", two, ns}, 0, two + ":1\n" + ns + ":0\n", ""},

@@ -26,10 +26,17 @@ void emit(Streams& io, const std::string& prefix, const std::string& text) {
     }
 }
 
-// The printed form of one selected node: elements, comments and PIs as markup, everything else
-// as its string value.
-std::string printed(const SelectedNode& node) {
+// The printed form of one selected node: the document (/) as a whole, elements, comments and PIs
+// as markup, everything else as its string value.
+std::string printed(const SelectedNode& node, const Loaded& loaded) {
     switch (node.kind) {
+    case SelectedNode::Document: {
+        std::string whole = loaded.document->ToString(tarn::XmlSaveOptions());
+        if (!whole.empty() && whole.back() == '\n') {
+            whole.pop_back();
+        }
+        return whole;
+    }
     case SelectedNode::Element: return node.node->FragmentXml();
     case SelectedNode::Comment:
     case SelectedNode::ProcessingInstruction: return node.node->OuterXml();
@@ -64,7 +71,7 @@ std::size_t selectIn(const SelectOptions& options, const XPath& xpath, const XPa
             emit(io, prefix, node.node->GetData());
             ++count;
         } else {
-            emit(io, prefix, options.value || options.text ? node.value : printed(node));
+            emit(io, prefix, options.value || options.text ? node.value : printed(node, loaded));
             ++count;
         }
     }
