@@ -46,6 +46,11 @@ protected:
     tarntest::TempDir dir;
 };
 
+// The shared test corpus and the tool's UTF-16 documents beside it.
+std::vector<std::string> corpusDirectories() {
+    return {std::string(TARNXML_SOURCE_DIR) + "/tests/data/corpus", std::string(TARNXML_SOURCE_DIR) + "/tests/data/corpus-utf16"};
+}
+
 const char* const kDoc = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<shop name=\"Laden\">\n"
                          "  <item id=\"1\" kind=\"fruit\">Äpfel &amp; Birnen</item>\n  <item id=\"2\">Brot<note>frisch</note></item>\n"
                          "  <box><item id=\"3\"/></box>\n</shop>\n";
@@ -274,9 +279,10 @@ TEST_F(ToolTest, NothingLostOnTheCorpus) {
         GTEST_SKIP() << "xmllint is missing";
     const auto lint = [&](const std::vector<std::string>& args) { return run(args, "", "xmllint"); };
     std::vector<std::string> corpus;
-    for (const auto& entry : std::filesystem::directory_iterator(std::string(TARNXML_SOURCE_DIR) + "/tests/data/corpus"))
-        if (entry.path().extension() == ".xml")
-            corpus.push_back(entry.path().string());
+    for (const std::string& directory : corpusDirectories())
+        for (const auto& entry : std::filesystem::directory_iterator(directory))
+            if (entry.path().extension() == ".xml")
+                corpus.push_back(entry.path().string());
     std::sort(corpus.begin(), corpus.end());
     ASSERT_GE(corpus.size(), 10u);
     int written = 0;
@@ -307,17 +313,19 @@ TEST_F(ToolTest, AgreesWithXmlstarlet) {
     if (std::system("command -v xmlstarlet >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "xmlstarlet is missing";
     const auto starlet = [&](const std::vector<std::string>& args) { return run(args, "", "xmlstarlet").out; };
-    for (const auto& entry : std::filesystem::directory_iterator(std::string(TARNXML_SOURCE_DIR) + "/tests/data/corpus")) {
-        const std::string path = entry.path().string();
-        std::string text = tarntest::readFile(path);
-        text.erase(std::remove(text.begin(), text.end(), '\0'), text.end());   // UTF-16 read as ASCII
-        if (text.find("DOCTYPE") != std::string::npos)
-            continue;
-        SCOPED_TRACE(path);
-        EXPECT_EQ(starlet({"sel", "-T", "-t", "-m", "/*/*", "-v", ".", "-n", path}), run({"select", "--value", "-x", "/*/*", path}).out);
-        EXPECT_EQ(starlet({"sel", "-T", "-t", "-v", "count(//*)", "-n", path}), run({"select", "--count", "-x", "//*", path}).out);
-        if (text.find("CDATA") == std::string::npos) {
-            EXPECT_EQ(starlet({"sel", "-t", "-m", "/*/*", "-c", ".", "-n", path}), run({"select", "-x", "/*/*", path}).out);
+    for (const std::string& directory : corpusDirectories()) {
+        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+            const std::string path = entry.path().string();
+            std::string text = tarntest::readFile(path);
+            text.erase(std::remove(text.begin(), text.end(), '\0'), text.end());   // UTF-16 read as ASCII
+            if (text.find("DOCTYPE") != std::string::npos)
+                continue;
+            SCOPED_TRACE(path);
+            EXPECT_EQ(starlet({"sel", "-T", "-t", "-m", "/*/*", "-v", ".", "-n", path}), run({"select", "--value", "-x", "/*/*", path}).out);
+            EXPECT_EQ(starlet({"sel", "-T", "-t", "-v", "count(//*)", "-n", path}), run({"select", "--count", "-x", "//*", path}).out);
+            if (text.find("CDATA") == std::string::npos) {
+                EXPECT_EQ(starlet({"sel", "-t", "-m", "/*/*", "-c", ".", "-n", path}), run({"select", "-x", "/*/*", path}).out);
+            }
         }
     }
 }
