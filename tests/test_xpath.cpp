@@ -148,10 +148,9 @@ TEST(XPathTyped, ThreadsSeeOnlyTheirOwnErrors)
             *mismatches += EvaluateXPath(document, xpath).error != message;
     };
     int mismatches[2] = {0, 0};
-    std::thread a(worker, "nosuch()", "Unregistered function", &mismatches[0]);
-    std::thread b(worker, "//x:b", "Undefined namespace prefix", &mismatches[1]);
-    a.join();
-    b.join();
+    std::thread other(worker, "nosuch()", "Unregistered function", &mismatches[0]);
+    worker("//x:b", "Undefined namespace prefix", &mismatches[1]); // on this thread meanwhile
+    other.join();
     EXPECT_EQ(0, mismatches[0]);
     EXPECT_EQ(0, mismatches[1]);
 }
@@ -286,7 +285,6 @@ TEST(XPathNamespaces, IteratorRequestsWithBindings)
     for (const Case& c : cases)
         EXPECT_EQ(c.expected, names(document.GetIterator(c.xpath, c.ns))) << c.xpath;
     // Handle requests: relative to the node.
-    ASSERT_TRUE(document.GetIterator("//_:entry", {{"_", kAtom}})->GetFirst());
     tarn::XmlNodePtr entry = EvaluateXPath(document, "//_:entry", {{{"_", kAtom}}, 0}).nodes.at(0).node;
     EXPECT_EQ((Strings{"creator:Ann"}), names(entry->GetIterator("dc:creator", {{"dc", kDc}})));
 }
