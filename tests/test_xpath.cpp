@@ -293,16 +293,16 @@ TEST(XPathNamespaces, FailuresKeepThePreviousResultQuietly)
 {
     Loaded document(kFeed);
     ASSERT_EQ(2u, names(document.GetIterator("//d:creator", {{"d", kDc}})).size());
-    EXPECT_EQ("", stderrOf([&] {
-        // The request without bindings registers nothing: the prefix is unbound.
-        tarntest::QuietLibxml2 quiet;
-        EXPECT_EQ(2u, names(document.GetIterator("//dc:creator")).size());
-    }));
-    EXPECT_EQ("", stderrOf([&] {
+    const std::string printed = stderrOf([&] {
+        { // The request without bindings registers nothing: the prefix is unbound.
+            tarntest::QuietLibxml2 quiet;
+            EXPECT_EQ(2u, names(document.GetIterator("//dc:creator")).size());
+        }
         for (const char* xpath : {"//x:creator", "//d:creator["})
             EXPECT_EQ(2u, names(document.GetIterator(xpath, {{"d", kDc}})).size()) << xpath;
         EXPECT_EQ(2u, names(document.GetIterator("//creator", {{"", kDc}})).size());
-    }));
+    });
+    EXPECT_EQ("", printed);
     EXPECT_EQ(nullptr, tarn::XmlDocument().GetIterator("/", {}));
     EXPECT_EQ(nullptr, tarn::XmlNode().GetIterator("/", {}));
 }
