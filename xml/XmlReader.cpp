@@ -5,6 +5,8 @@
 // each libxml2 function treats a null reader.
 #include "tarnxml/XmlReader.h"
 
+#include "ParserSetup.h"
+#include "ReaderExtras.h"
 #include "ValueText.h"
 
 #include <libxml/xmlmemory.h>
@@ -127,6 +129,7 @@ void XmlReader::close()
         xmlFreeTextReader(reader);
         reader = nullptr;
     }
+    detail::closeOwnedFile(extras.get());
 }
 
 void XmlReader::reset()
@@ -134,11 +137,12 @@ void XmlReader::reset()
     close();
     if (text.empty())
         return;
+    detail::ReaderExtras& state = detail::beginRead(extras, std::string());
     // libxml2 reads the characters of `text` in place; they stay untouched until the next
-    // reset(text), which frees this reader first.
-    reader = xmlReaderForDoc(xmlText(text.c_str()), "", nullptr, 0);
-    if (reader == nullptr)
-        throw std::bad_alloc();
+    // reset(text), which frees this reader first. The reader is made with the host's parser
+    // defaults set aside (ParserSetup.h).
+    const detail::ParserDefaults defaults;
+    reader = detail::adoptReader(xmlReaderForDoc(xmlText(text.c_str()), "", nullptr, 0), state);
 }
 
 void XmlReader::reset(const char* source)
@@ -158,14 +162,27 @@ void XmlReader::reset(const std::string& source) { reset(source.c_str()); }
 // ---------------------------------------------------------------------------------------------
 // Movement
 
-bool XmlReader::read() { return reader != nullptr && positive(xmlTextReaderRead(reader)); }
+// The movements that make libxml2 parse on run as one of the library's parses (ParserSetup.h).
+bool XmlReader::read()
+{
+    if (reader == nullptr)
+        return false;
+    const detail::LibraryParse gate;
+    return positive(xmlTextReaderRead(reader));
+}
 
 bool XmlReader::readAttributeValue()
 {
     return reader != nullptr && positive(xmlTextReaderReadAttributeValue(reader));
 }
 
-bool XmlReader::nextElement() { return reader != nullptr && positive(xmlTextReaderNext(reader)); }
+bool XmlReader::nextElement()
+{
+    if (reader == nullptr)
+        return false;
+    const detail::LibraryParse gate;
+    return positive(xmlTextReaderNext(reader));
+}
 
 bool XmlReader::nextSibling()
 {
