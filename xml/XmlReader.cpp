@@ -5,6 +5,7 @@
 // each libxml2 function treats a null reader.
 #include "tarnxml/XmlReader.h"
 
+#include "EntityText.h"
 #include "ParserSetup.h"
 #include "ReaderExtras.h"
 #include "ValueText.h"
@@ -309,7 +310,14 @@ std::string XmlReader::prefix() const
 
 std::string XmlReader::value() const
 {
-    return reader != nullptr ? takeString(xmlTextReaderValue(reader)) : std::string();
+    if (reader == nullptr)
+        return std::string();
+    // An attribute's value is read in linear time through entity references (EntityText.h);
+    // every other node's as libxml2 gives it.
+    const xmlNode* const current = xmlTextReaderCurrentNode(reader);
+    if (current != nullptr && current->type == XML_ATTRIBUTE_NODE)
+        return detail::attributeNodeText(current);
+    return takeString(xmlTextReaderValue(reader));
 }
 
 // A null prefix asks for the default namespace, as xmlTextReaderLookupNamespace does.
