@@ -45,7 +45,9 @@ const DefaultSlot kDefaults[8] = {
 // that installs a loader of its own after the library's first parse replaces the gate; the
 // options still hold then.
 
-thread_local int t_libraryParses = 0;
+// Initial-exec: read on every reader step, so it must cost a plain thread-pointer access rather
+// than a call into the dynamic linker.
+__attribute__((tls_model("initial-exec"))) thread_local int t_libraryParses = 0;
 xmlExternalEntityLoader g_previousLoader = nullptr;
 std::once_flag g_gateInstalled;
 
@@ -79,6 +81,7 @@ void contextHandler(void* userData, xmlErrorPtr error)
 
 ParserDefaults::ParserDefaults()
 {
+    installEntityGate();
     for (int i = 0; i < 8; ++i) {
         int& slot = kDefaults[i].value();
         saved_[i] = slot;
@@ -92,11 +95,9 @@ ParserDefaults::~ParserDefaults()
         kDefaults[i].value() = saved_[i];
 }
 
-LibraryParse::LibraryParse()
-{
-    std::call_once(g_gateInstalled, installGate);
-    ++t_libraryParses;
-}
+void installEntityGate() { std::call_once(g_gateInstalled, installGate); }
+
+LibraryParse::LibraryParse() { ++t_libraryParses; }
 
 LibraryParse::~LibraryParse() { --t_libraryParses; }
 

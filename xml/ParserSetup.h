@@ -17,7 +17,8 @@ namespace detail {
 // xmlLoadExtDtdDefaultValue, xmlDoValidityCheckingDefaultValue, xmlPedanticParserDefault,
 // xmlKeepBlanksDefault, xmlGetWarningsDefaultValue, xmlLineNumbersDefault,
 // xmlParserDebugEntities) hold libxml2's documented values; the host's values come back on
-// destruction. libxml2 keeps these per thread, so other threads are not affected.
+// destruction. libxml2 keeps these per thread, so other threads are not affected. Also installs
+// the external entity gate (installEntityGate) before the first parse.
 class ParserDefaults {
 public:
     ParserDefaults();
@@ -29,9 +30,13 @@ private:
     int saved_[8];
 };
 
+// Installs the library's external entity loader (once per process; see ParserSetup.cpp). Every
+// parse and every reader open calls it before it starts.
+void installEntityGate();
+
 // While alive, this thread is inside one of the library's own parses: the library's external
 // entity loader refuses every request (no file, no socket) instead of passing it on to the loader
-// that was installed before it. Also installs that loader on first use.
+// that was installed before it.
 class LibraryParse {
 public:
     LibraryParse();
