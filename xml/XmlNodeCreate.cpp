@@ -2,6 +2,7 @@
 #include "tarnxml/XmlNode.h"
 
 #include "Diagnostics.h"
+#include "DictStrings.h"
 #include "ValueText.h"
 #include "tarn/shared.h"
 #include "tarnxml/XmlHelper.h"
@@ -156,6 +157,8 @@ int XmlNode::AddChild(const XmlNodePtr& moved)
     if (wouldEncloseItself(node, cur) || isNamespaceDeclaration(node) || isNamespaceDeclaration(cur))
         return -1;
     const bool ownedByMoved = moved->createdNode == cur;
+    // A node leaving a read-only document takes no dictionary strings along (DictStrings.h).
+    detail::releaseDictionaryStrings(cur, node->doc);
     xmlUnlinkNode(cur);
     // xmlAddChild returns the node that survives: a text node appended after a text node (or
     // under one) is merged into it and freed, and the handle must then refer to the survivor.
@@ -187,6 +190,7 @@ int XmlNode::AddSibling(const XmlNodePtr& moved)
     // neighbour, freeing it); it refuses to place the last child after itself, which leaves
     // everything as it was.
     const bool ownedByMoved = moved->createdNode == cur;
+    detail::releaseDictionaryStrings(cur, node->doc);
     if (xmlAddNextSibling(lastChild, cur) == nullptr)
         return -1;
     if (ownedByMoved)

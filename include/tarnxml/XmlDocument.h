@@ -28,6 +28,19 @@
 //   an element's attribute names for duplicates pairwise, so n attributes on one element cost
 //   O(n^2) time (100 000 attributes take seconds); bound the size of what you parse.
 //
+// Read-only documents (XmlLoadOptions::readOnly)
+//   Parsed with libxml2's string dictionary (without XML_PARSE_NODICT): names and short texts are
+//   shared in one table owned by the document, which makes loading faster and the tree smaller.
+//   Everything else is as Load. Callers may read, query, serialise, copy and clone such a
+//   document, and also change it (set names, texts and attributes, add, remove): libxml2 keeps
+//   the dictionary consistent. The hazard is a node leaving the document while its strings stay
+//   in the dictionary; the library therefore gives a node its own strings (a copy of each
+//   dictionary string in its subtree) whenever it moves to another document (AddChild and
+//   AddSibling with a handle) or leaves through SerializeOuterXml, so moved nodes outlive the
+//   read-only document safely. What callers must not do is move such nodes with libxml2's own
+//   functions (getlibXML2Node, then xmlAddChild, xmlUnlinkNode and friends): those moves bypass
+//   the library and carry dictionary strings into trees that will free them with xmlFree.
+//
 // Threads
 //   One thread at a time per document and its handles; different documents are independent.
 //
