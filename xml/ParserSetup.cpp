@@ -75,6 +75,7 @@ void contextHandler(void* userData, xmlErrorPtr error)
     const xmlParserCtxtPtr context = static_cast<xmlParserCtxtPtr>(userData);
     if (context != nullptr && context->_private != nullptr)
         collectDiagnostic(*static_cast<DiagnosticSink*>(context->_private), error);
+    forwardToHost(error);
 }
 
 } // namespace
@@ -130,6 +131,16 @@ void collectDiagnosticHandler(void* sink, _xmlError* error)
 {
     if (sink != nullptr)
         collectDiagnostic(*static_cast<DiagnosticSink*>(sink), error);
+    forwardToHost(error);
+}
+
+void forwardToHost(_xmlError* error)
+{
+    // The calling thread's structured handler, as libxml2 would have called it for a parse
+    // without a handler of its own; null unless the host set one on this thread.
+    const xmlStructuredErrorFunc host = xmlStructuredError;
+    if (host != nullptr && error != nullptr)
+        host(xmlStructuredErrorContext, error);
 }
 
 void configureDocumentContext(_xmlParserCtxt* context, DiagnosticSink* sink)

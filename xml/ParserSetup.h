@@ -54,8 +54,16 @@ struct DiagnosticSink {
 // Appends `error` to `sink` (dropped past kMaxDiagnostics, and when its level is "none").
 void collectDiagnostic(DiagnosticSink& sink, const _xmlError* error);
 
-// A structured error handler (xmlStructuredErrorFunc) whose user data is a DiagnosticSink.
+// A structured error handler (xmlStructuredErrorFunc) whose user data is a DiagnosticSink. Like
+// the document contexts' handler, it collects and then forwards the error to forwardToHost.
 void collectDiagnosticHandler(void* sink, _xmlError* error);
+
+// Hands `error` on to the structured handler the host set on the calling thread
+// (xmlSetStructuredErrorFunc), if any, as libxml2 did before the library had handlers of its
+// own: callers that captured the library's errors that way keep seeing them. libxml2 keeps that
+// handler per thread, so a thread never sees another thread's errors; nothing is printed when
+// the host set none.
+void forwardToHost(_xmlError* error);
 
 // Puts every setting of a document parse on `context` explicitly: no option bit inherited from
 // the defaults, no external subset or entity resolved through the SAX handler, and the errors

@@ -6,6 +6,8 @@
 //   Every parse collects its own list through a structured error handler set on its own parser
 //   context; libxml2's process-wide handlers are never set or used, so two threads that parse
 //   bad documents at the same time each see only their own diagnostics, and nothing is printed.
+//   A structured handler that the host set on the parsing thread (xmlSetStructuredErrorFunc) is
+//   still handed each error after it is collected, as before these lists existed.
 //   A list holds at most kMaxDiagnostics entries; later reports of the same parse are dropped.
 //
 // Threads and errors

@@ -22,8 +22,9 @@
 //   refuses every request made during its own parses and passes others on to the loader that
 //   was installed before it (installed at the first Load or reader open).
 //   Diagnostics: libxml2's errors and warnings for each Load are collected through a structured
-//   handler on that parse's own context (GetDiagnostics); libxml2's global handlers are neither
-//   used nor changed, and nothing is printed.
+//   handler on that parse's own context (GetDiagnostics); nothing is printed. A structured
+//   handler the host set on the loading thread (xmlSetStructuredErrorFunc) still receives each
+//   error, as before.
 //   Untrusted input: entities are never substituted and nothing is fetched, but libxml2 checks
 //   an element's attribute names for duplicates pairwise, so n attributes on one element cost
 //   O(n^2) time (100 000 attributes take seconds); bound the size of what you parse.
