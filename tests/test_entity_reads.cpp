@@ -48,6 +48,38 @@ std::pair<std::string, std::string> readerValues(const std::string& xml, const c
     return {reader.value(), expected};
 }
 
+// Each attribute request of the reader on the root element against libxml2's own reader.
+std::string readerRequests(const std::string& xml, bool raw)
+{
+    const char* const names[] = {"v", "p:v", "xmlns", "xmlns:p", "d", "missing", "q:v"};
+    const char* const namespaced[][2] = {{"v", "urn:p"}, {"v", ""}, {"p", "http://www.w3.org/2000/xmlns/"},
+                                         {"xmlns", "http://www.w3.org/2000/xmlns/"}};
+    std::string out;
+    if (!raw) {
+        tarn::XmlReader reader(xml);
+        while (reader.read() && reader.nodeType() != tarn::XmlReaderNodeType::Element) {
+        }
+        for (const char* name : names)
+            out += std::string(name) + "=" + reader.getAttribute(name) + ";";
+        for (const auto& n : namespaced)
+            out += std::string(n[0]) + "@" + n[1] + "=" + reader.getAttribute(n[0], n[1]) + ";";
+        return out;
+    }
+    xmlTextReaderPtr r = xmlReaderForDoc(reinterpret_cast<const xmlChar*>(xml.c_str()), "", nullptr, 0);
+    while (xmlTextReaderRead(r) == 1 && xmlTextReaderNodeType(r) != 1) {
+    }
+    for (const char* name : names)
+        out += std::string(name) + "=" +
+               libxmlValue(xmlTextReaderGetAttribute(r, reinterpret_cast<const xmlChar*>(name))) + ";";
+    for (const auto& n : namespaced)
+        out += std::string(n[0]) + "@" + n[1] + "=" +
+               libxmlValue(xmlTextReaderGetAttributeNs(r, reinterpret_cast<const xmlChar*>(n[0]),
+                                                       reinterpret_cast<const xmlChar*>(n[1]))) +
+               ";";
+    xmlFreeTextReader(r);
+    return out;
+}
+
 TEST(EntityReads, SameTextAsLibxml2)
 {
     const std::string dtd = "<!DOCTYPE r [<!ENTITY a 'A'><!ENTITY n '42'><!ENTITY nest 'x&a;y&amp;z'>"
@@ -71,6 +103,9 @@ TEST(EntityReads, SameTextAsLibxml2)
         }
         const auto reader = readerValues(xml, "v");
         EXPECT_EQ(reader.first, reader.second);
+        const std::string namespacedXml = dtd + "<r xmlns='urn:d' xmlns:p='urn:p' v=\"" + value + "\" p:v=\"" +
+                                          value + "&a;\"/>";
+        EXPECT_EQ(readerRequests(namespacedXml, false), readerRequests(namespacedXml, true));
     }
     tarn::XmlDocumentPtr typed = tarn::CreateXmlDocument(dtd + "<r v='&n;' b='&a;'/>");
     EXPECT_EQ(typed->GetRoot()->GetAttributeInt32("v"), 42);
@@ -93,6 +128,10 @@ TEST(EntityReads, ManyReferencesReadInLinearTime)
     EXPECT_EQ(root->GetAttributeInt32("v"), 0);
     EXPECT_EQ(root->GetData(), "");
     EXPECT_TRUE(readerValues(xml, "v", false).first == expected);
+    tarn::XmlReader reader(xml);
+    ASSERT_TRUE(reader.read() && reader.read());
+    EXPECT_TRUE(reader.getAttribute("v") == expected);
+    EXPECT_TRUE(reader.getAttribute("v", nullptr) == expected);
 }
 
 // 50 000 references to a 10 KB entity would be 500 MB: past the budget, the value reads "".

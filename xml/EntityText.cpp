@@ -63,12 +63,14 @@ bool walk(const xmlDoc* doc, const xmlNode* list, Emit&& emit)
     return true;
 }
 
-// The attribute as xmlGetProp finds it: in no namespace, or a default the DTD declares.
-const xmlAttr* findAttribute(const xmlNode* element, const char* name)
+// The attribute as xmlGetProp (no namespace) or xmlGetNsProp finds it, or a default the DTD
+// declares for it.
+const xmlAttr* findAttribute(const xmlNode* element, const char* name, const char* namespaceURI = nullptr)
 {
     if (element == nullptr || name == nullptr)
         return nullptr;
-    return xmlHasNsProp(const_cast<xmlNode*>(element), reinterpret_cast<const xmlChar*>(name), nullptr);
+    return xmlHasNsProp(const_cast<xmlNode*>(element), reinterpret_cast<const xmlChar*>(name),
+                        reinterpret_cast<const xmlChar*>(namespaceURI));
 }
 
 } // namespace
@@ -94,8 +96,13 @@ bool appendListText(const xmlDoc* doc, const xmlNode* list, std::string& out)
 
 std::string attributeText(const xmlNode* element, const char* name)
 {
+    return attributeText(element, name, nullptr);
+}
+
+std::string attributeText(const xmlNode* element, const char* name, const char* namespaceURI)
+{
     std::string out;
-    const xmlAttr* const attribute = findAttribute(element, name);
+    const xmlAttr* const attribute = findAttribute(element, name, namespaceURI);
     if (attribute == nullptr)
         return out;
     if (attribute->type == XML_ATTRIBUTE_DECL) {

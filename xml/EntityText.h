@@ -36,6 +36,8 @@ bool appendListText(const _xmlDoc* doc, const _xmlNode* list, std::string& out);
 // The value of the element's attribute `name` in no namespace, as xmlGetProp gives it (a value
 // the DTD declares as default included); "" when there is none or it is past its budget.
 std::string attributeText(const _xmlNode* element, const char* name);
+// The same for the attribute `name` in the namespace `namespaceURI` (xmlGetNsProp).
+std::string attributeText(const _xmlNode* element, const char* name, const char* namespaceURI);
 
 // Whether attributeText would be non-empty, without copying it.
 bool attributeHasText(const _xmlNode* element, const char* name);

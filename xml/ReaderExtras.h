@@ -27,6 +27,11 @@ ReaderExtras& beginRead(std::unique_ptr<ReaderExtras>& extras, const std::string
 // std::bad_alloc when `made` is null.
 _xmlTextReader* adoptReader(_xmlTextReader* made, ReaderExtras& extras);
 
+// xmlTextReaderGetAttribute / xmlTextReaderGetAttributeNs, values read in linear time
+// (ReaderAttributes.cpp).
+std::string readerAttribute(_xmlTextReader* reader, const char* name);
+std::string readerAttribute(_xmlTextReader* reader, const char* localName, const char* namespaceURI);
+
 // Closes the file openFile opened, if any.
 void closeOwnedFile(ReaderExtras* extras) noexcept;
 

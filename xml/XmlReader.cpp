@@ -341,7 +341,7 @@ std::string XmlReader::getAttribute(const char* attributeName) const
 {
     if (reader == nullptr || attributeName == nullptr)
         return std::string();
-    return takeString(xmlTextReaderGetAttribute(reader, xmlText(attributeName)));
+    return detail::readerAttribute(reader, attributeName);
 }
 
 std::string XmlReader::getAttribute(const std::string& attributeName) const
@@ -354,8 +354,7 @@ std::string XmlReader::getAttribute(const char* attributeLocalName, const char* 
 {
     if (reader == nullptr || attributeLocalName == nullptr)
         return std::string();
-    return takeString(
-        xmlTextReaderGetAttributeNs(reader, xmlText(attributeLocalName), xmlText(attributeNamespaceURI)));
+    return detail::readerAttribute(reader, attributeLocalName, attributeNamespaceURI);
 }
 
 std::string XmlReader::getAttribute(const std::string& attributeLocalName,

@@ -14,11 +14,17 @@
 //   the end and after a parse error; state() tells them apart (XML_TEXTREADER_MODE_EOF = 3,
 //   XML_TEXTREADER_MODE_ERROR = 2). Parse errors are not thrown and not printed: each reader
 //   collects them through a structured error handler of its own (diagnostics()); libxml2's
-//   global error handlers are neither used nor changed.
+//   default handler never prints them. A structured handler the host set on the reading thread
+//   (xmlSetStructuredErrorFunc) still receives each one.
 //   Options are libxml2's defaults (options 0): no entity substitution, no DTD loading, no
 //   validation. They hold whatever the host process set as libxml2's global defaults: the reader
 //   is made with those defaults set aside and its parser properties set explicitly, and no file
 //   or socket is ever opened for an external entity or DTD (see XmlDocument.h for the loader).
+//
+// Attribute values
+//   value() on an attribute and getAttribute give libxml2's text (entity references expanded),
+//   read in time linear in its size, with the expansion budget of XmlNode::GetAttribute: a value
+//   past 1 MiB + 10 times its source reads as "".
 //
 // Null text
 //   A null zero-terminated string given to XmlReader(const char*) or reset(const char*) is taken
