@@ -2,8 +2,11 @@
 # (scripts/install-deps.sh), then configures and builds what it needs.
 #
 #   make demo       build, then run the tarnxml tool's guided tour on examples/sample.xml
-#   make test       build and run the test suite (ctest)
-#   make bench      Release build, run every benchmark (library vs raw libxml2 / pugixml)
+#   make test       build and run the test suite (ctest) without the slow full-size runs
+#   make test-slow  only the full-size runs of the tests with slow parts (ctest label "slow")
+#   make test-all   both: the whole suite
+#   make bench      Release build, run every benchmark (library vs raw libxml2 / pugixml, the tool
+#                   vs xmllint / xmlstarlet) and print one summary table at the end
 #   make asan       the test suite under AddressSanitizer + UndefinedBehaviorSanitizer (leaks fatal)
 #   make tsan       the test suite under ThreadSanitizer
 #   make consumer   install into a temporary prefix and build examples/consumer against it
@@ -29,7 +32,7 @@ TSAN_ENV = TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(C
 
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps build test demo bench asan tsan fuzz valgrind test32 consumer install clean
+.PHONY: all deps build test test-slow test-all demo bench asan tsan fuzz valgrind test32 consumer install clean
 
 all: build
 
@@ -44,18 +47,32 @@ build: deps build/CMakeCache.txt
 	$(CMAKE) --build build -j $(JOBS)
 
 test: build
+	$(CTEST) --test-dir build --output-on-failure -j $(JOBS) -LE slow
+
+test-slow: build
+	$(CTEST) --test-dir build --output-on-failure -j $(JOBS) -L slow
+
+test-all: build
 	$(CTEST) --test-dir build --output-on-failure -j $(JOBS)
 
 demo: build
 	build/tools/tarnxml/tarnxml demo
 
+# Every benchmark program appends its library/raw ratios to build-bench/summary.tsv (through
+# TARNXML_BENCH_SUMMARY); the tool is measured against xmllint and xmlstarlet, and one table of
+# all figures is printed at the end.
 bench: deps
-	$(CMAKE) -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DTARNXML_BUILD_TESTS=OFF -DTARNXML_BUILD_TOOL=OFF $(CMAKE_COMMON)
+	$(CMAKE) -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DTARNXML_BUILD_TESTS=OFF -DTARNXML_BUILD_TOOL=ON $(CMAKE_COMMON)
 	$(CMAKE) --build build-bench -j $(JOBS)
+	@rm -f build-bench/summary.tsv
 	@for b in build-bench/bench/bench_*; do \
 	  [ -x "$$b" ] || continue; \
-	  echo "== $$b"; "$$b" --benchmark_counters_tabular=true $(BENCH_ARGS) || exit 1; \
+	  echo "== $$b"; TARNXML_BENCH_SUMMARY=$(CURDIR)/build-bench/summary.tsv \
+	    "$$b" --benchmark_counters_tabular=true $(BENCH_ARGS) || exit 1; \
 	done
+	@bash bench/load_memory.sh build-bench $(CURDIR)/build-bench/summary.tsv
+	@bash bench/tool_vs_peers.sh build-bench $(CURDIR)/build-bench/summary.tsv
+	@bash bench/print_summary.sh build-bench/summary.tsv
 
 asan: deps
 	$(CMAKE) -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARNXML_SANITIZE=address,undefined \

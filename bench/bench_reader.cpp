@@ -356,4 +356,26 @@ const bool g_streamMemoryRegistered = [] {
 
 BENCHMARK(BM_StreamRatio)->Name("reader/stream_ratio")->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    return tarnbench::runBenchmarks(argc, argv, [](const tarnbench::TimesReporter& reporter) {
+        for (int which = 0; which < 2; ++which) {
+            const std::string name = "reader/ratio/" + std::to_string(which) + "/min_time:3.000";
+            const double ratio = reporter.counter(name, "vs_raw_copy");
+            if (ratio <= 0)
+                continue;
+            const std::string detail = tarnbench::timeText(reporter.counter(name, "library_ms") * 1e6) + " vs " +
+                                       tarnbench::timeText(reporter.counter(name, "raw_copy_ms") * 1e6) + " raw (" +
+                                       inputName(which) + ")";
+            tarnbench::summary(std::string("reader name()+value() walk vs raw copying loop, ") + inputName(which),
+                               tarnbench::ratioText(ratio), ">= 0.98", detail);
+        }
+        const std::string stream = "reader/stream_ratio/min_time:3.000";
+        const double streamRatio = reporter.counter(stream, "vs_raw_fd");
+        if (streamRatio > 0)
+            tarnbench::summary("streaming reader (openFd) walk vs raw xmlReaderForFd walk",
+                               tarnbench::ratioText(streamRatio), ">= 0.95",
+                               tarnbench::timeText(reporter.counter(stream, "library_ms") * 1e6) + " vs " +
+                                   tarnbench::timeText(reporter.counter(stream, "raw_fd_ms") * 1e6) + " raw");
+    });
+}

@@ -16,6 +16,7 @@
 
 #include <pugixml.hpp>
 
+#include "BenchSupport.h"
 #include "tarnxml/XmlHelper.h"
 #include "tarnxml/XmlWriter.h"
 
@@ -187,7 +188,7 @@ void BM_BuildAndPrint(benchmark::State& state)
     state.counters["ratio"] = pugiSeconds / writerSeconds;
     state.counters["out_MB"] = static_cast<double>(bytes) / 1e6;
 }
-BENCHMARK(BM_BuildAndPrint)->ArgName("formatted")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BuildAndPrint)->ArgName("formatted")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
 
 // Only the building part of each side, to see where the time of the pair above goes.
 void BM_WriterBuildOnly(benchmark::State& state)
@@ -264,6 +265,20 @@ void BM_NumericReferencePass(benchmark::State& state)
 }
 BENCHMARK(BM_NumericReferencePass)->ArgName("with_reference")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
+void report(const tarnbench::TimesReporter& reporter)
+{
+    for (int formatted = 0; formatted < 2; ++formatted) {
+        const std::string name = "BM_BuildAndPrint/formatted:" + std::to_string(formatted) + "/repeats:5";
+        const double ratio = reporter.counter(name, "ratio");
+        if (ratio <= 0)
+            continue;
+        const std::string detail = tarnbench::timeText(reporter.counter(name, "writer_ms") * 1e6) + " vs " +
+                                   tarnbench::timeText(reporter.counter(name, "pugixml_ms") * 1e6) + " pugixml";
+        tarnbench::summary(std::string("writer build + str() vs pugixml, ") + (formatted ? "formatted" : "raw"),
+                           tarnbench::ratioText(ratio), ">= 0.95", detail);
+    }
+}
+
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) { return tarnbench::runBenchmarks(argc, argv, report); }

@@ -1,7 +1,10 @@
 // Documents: load the input (the first line is an XPath expression, the rest the document) with
-// recover off and on, then serialise, clone, walk children and attributes, query.
+// recover off and on, then serialise, clone, walk children and attributes, query (the namespace
+// axis too), and copy the tree again under a chain of elements built deeper than the parser allows.
 #include <cstdint>
 #include <string>
+
+#include <libxml/tree.h>
 
 #include "FuzzSupport.h"
 #include "tarnxml/XmlDocument.h"
@@ -29,6 +32,24 @@ void exercise(tarn::XmlDocument& document, const std::string& xpath)
     tarn::XmlNodePtr clone = root->Clone();
     FUZZ_CHECK(clone && clone->OuterXml() == root->OuterXml());
     (void)clone->SerializeOuterXml();
+    // Serialised through the scratch document, the clone belongs to no document again.
+    FUZZ_CHECK(clone->getlibXML2Node()->doc == nullptr);
+    if (tarn::XPathNodeIterator* own = clone->GetIterator(xpath))
+        FUZZ_CHECK(!own->GetFirst() || own->GetFirst()->getlibXML2Node()->doc == nullptr);
+
+    // A chain built through the API, deeper than the parser's limit, holding the clone: copies
+    // of it (made without recursion) print as the original does.
+    tarn::XmlNodePtr chain = clone;
+    for (int level = 0; level < 300; ++level) {
+        tarn::XmlNodePtr parent = tarn::CreateXmlNode("c", "");
+        FUZZ_CHECK(parent->AddChild(chain) == 0);
+        chain = parent;
+    }
+    const std::string chainXml = chain->OuterXml();
+    FUZZ_CHECK(chain->Clone()->OuterXml() == chainXml);
+    tarn::XmlDocument holder;
+    if (holder.Load("<h/>", false) == 0 && holder.GetRoot()->AddChild(chain->Clone()) == 0)
+        FUZZ_CHECK(holder.Copy()->GetRoot()->OuterXml() == "<h>" + chainXml + "</h>");
 
     int children = 0;
     for (tarn::XmlNodePtr child = root->GetIterator()->GetFirst(); child && children < 10000;
@@ -47,6 +68,10 @@ void exercise(tarn::XmlDocument& document, const std::string& xpath)
     }
     if (tarn::XPathNodeIterator* relative = root->GetIterator(xpath))
         (void)relative->GetFirst();
+    for (const char* axis : {"//namespace::*", "namespace::*/.."})
+        if (tarn::XPathNodeIterator* names = root->GetIterator(axis))
+            for (tarn::XmlNodePtr node = names->GetFirst(); node; node = names->GetNext())
+                (void)node->GetName();
 }
 
 } // namespace

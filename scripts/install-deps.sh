@@ -29,6 +29,7 @@ packages=(
   libbenchmark-dev
   libcli11-dev
   valgrind
+  xmlstarlet time
   shared-mime-info
 )
 

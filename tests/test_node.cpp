@@ -248,6 +248,30 @@ TEST(Creation, AddChildVariantsAndTheDeprecatedOneTracesEveryCall)
     EXPECT_EQ(parent->OuterXml(), "<p><v>1 &lt; 2A</v><a?>?\xef\xbf\xbdx</a?><first>1</first></p>");
 }
 
+// The typed factories write their value as the text overload would and own what they made.
+TEST(Creation, TypedFactoriesMatchTheTextOverload)
+{
+    const struct { XmlNodePtr made; const char* text; } cases[] = {
+        {tarn::CreateXmlNode("n\xff", -5), "-5"},
+        {tarn::CreateXmlNode("n", 4000000000u), "4000000000"},
+        {tarn::CreateXmlNode("n", -9000000000LL), "-9000000000"},
+        {tarn::CreateXmlNode("n", 18446744073709551615ULL), "18446744073709551615"},
+        {tarn::CreateXmlNode("n", 0.1 + 0.2), "0.3"},
+        {tarn::CreateXmlNode("n", 1e6), "1e+06"},
+        {tarn::CreateXmlNode("n", true), "true"},
+        {tarn::CreateXmlNode("n", false), "false"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(c.made->OuterXml(), tarn::CreateXmlNode(c.made == cases[0].made ? "n\xff" : "n", std::string(c.text))->OuterXml());
+        EXPECT_EQ(c.made->GetData(), c.text);
+    }
+    EXPECT_EQ(cases[0].made->GetName(), "n\xef\xbf\xbd"); // the name still passes the gate
+    XmlDocumentPtr doc = load("<r/>");
+    EXPECT_EQ(doc->GetRoot()->AddChild(cases[2].made), 0); // the tree takes it over: freed once, with doc
+    EXPECT_EQ(doc->GetRoot()->OuterXml(), "<r><n>-9000000000</n></r>");
+}
+
 // A refused move changes nothing: the moved handle keeps its node and both trees stay as they were.
 TEST(Moves, RefusedMovesChangeNothing)
 {

@@ -84,7 +84,8 @@ TEST(Children, OnlyElementsCountButLastChildIsAnyKindAndRemovalTakesEveryMatch)
 TEST(Children, ContentOfPresentAndMissingChildren)
 {
     tarntest::LogCapture capture;
-    Loaded t = load("<r><n>7</n><e></e><big>3000000000</big><h>0x1F</h><d>2.5</d><f>1</f><g>Y</g><x>a<i>1</i><j/></x></r>");
+    Loaded t = load("<r><n>7</n><e></e><big>3000000000</big><h>0x1F</h><d>2.5</d><f>1</f><g>Y</g><x>a<i>1</i><j/></x>"
+                    "<k><![CDATA[9]]><!--c-->5</k></r>");
     const tarn::XmlNode& r = *t.root;
     struct Case { const char* name; long long present, missing; std::function<long long(const char*)> get; };
     const Case cases[] = {
@@ -96,6 +97,7 @@ TEST(Children, ContentOfPresentAndMissingChildren)
         {"h", 31, 0, [&](const char* n) { return static_cast<long long>(r.GetChildDataUINT64(n)); }},
         {"f", 1, 0, [&](const char* n) { return r.GetChildDataBool(n); }},
         {"g", 0, 0, [&](const char* n) { return r.GetChildDataBool(n); }}, // "Y" is not true here
+        {"k", 5, 0, [&](const char* n) { return r.GetChildDataInt32(n); }}, // the first text node, not CDATA
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -103,6 +105,7 @@ TEST(Children, ContentOfPresentAndMissingChildren)
         EXPECT_EQ(c.get("missing"), c.missing);
     }
     EXPECT_EQ(std::make_pair(r.GetChildDataDouble("d"), r.GetChildDataDouble("missing")), std::make_pair(2.5, 0.0));
+    EXPECT_EQ(r.GetChildData("x") + "|" + r.GetData("missing") + "|" + r.GetData("k"), "a||5");
     EXPECT_EQ(r.GetChildInnerXml("x") + "|" + r.GetChildInnerXml("missing"), "a<i>1</i><j/>|");
     EXPECT_TRUE(capture.assertions().empty()); // a missing child is not serialised
 }

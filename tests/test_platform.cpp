@@ -1,7 +1,12 @@
 // The stand-ins for the product's libraries: conversions, words, filters, encoders, reports.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <climits>
+#include <csignal>
+#include <filesystem>
 #include <locale>
 #include <tuple>
 
@@ -9,6 +14,8 @@
 #include "tarn/crypto.h"
 #include "tarn/logger.h"
 #include "tarn/shared.h"
+#include "tarnxml/XmlDocument.h"
+#include "tarnxml/XmlNode.h"
 
 using namespace std::string_literals;
 
@@ -98,6 +105,48 @@ TEST(DiagnosticsDeathTest, AssertWriteBeforeLoggingGoesToStandardError)
             std::exit(tarn::Logger::hasBeenInitialized ? 3 : 0);
         },
         ::testing::ExitedWithCode(0), "assertion failed at some/file:12");
+}
+
+// A process that loaded the library and logged, then forks without exec: the child exits and
+// the parent's wait returns. The child's exit used to hang in log4cplus's clean-up, waiting for
+// the worker threads of a pool that fork does not copy; no such thread runs any more.
+TEST(Fork, ChildOfALoggingProcessExits)
+{
+    {
+        const tarntest::LogCapture capture;
+        const tarn::XmlDocumentPtr document = tarn::CreateXmlDocument("<r/>");
+        ASSERT_TRUE(document);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+        document->GetRoot()->AddChild("a", "logged");
+#pragma GCC diagnostic pop
+        EXPECT_EQ(capture.records().size(), 1u);
+    }
+#if !defined(__SANITIZE_THREAD__) // ThreadSanitizer runs a thread of its own
+    // So do user-mode emulators (quick runs): the count only means something natively.
+    const auto threads = std::distance(std::filesystem::directory_iterator("/proc/self/task"),
+                                       std::filesystem::directory_iterator());
+    if (!tarntest::quick()) {
+        EXPECT_EQ(threads, 1);
+    }
+#endif
+    const pid_t child = ::fork();
+    ASSERT_NE(child, -1);
+    if (child == 0)
+        std::exit(0); // static destructors and atexit handlers run, log4cplus's included
+    int status = 0;
+    pid_t waited = 0;
+    for (int i = 0; i < 300 && waited == 0; ++i) {
+        waited = ::waitpid(child, &status, WNOHANG);
+        if (waited == 0)
+            ::usleep(100 * 1000);
+    }
+    if (waited == 0) {
+        ::kill(child, SIGKILL);
+        ::waitpid(child, &status, 0);
+    }
+    EXPECT_EQ(waited, child) << "the child did not exit within 30 s";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
 } // namespace

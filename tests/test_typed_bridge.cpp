@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "TestSupport.h"
+#include "tarn/TarnTypes.h"
 #include "tarn/shared.h"
 #include "tarnxml/XmlNode.h"
 

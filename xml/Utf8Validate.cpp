@@ -186,6 +186,27 @@ bool validPortable(const unsigned char* data, std::size_t size)
         if (i == kBad)
             return false;
     }
+    // The last few bytes (a whole short name or value, usually) go through the word test too when
+    // they are ASCII: as the last eight bytes of the text (rechecking some checked ones), or, in a
+    // text shorter than a word, as overlapping loads and blanks, which the test accepts.
+    const std::size_t rest = size - i;
+    if (rest == 0)
+        return true;
+    std::uint64_t w;
+    if (size >= 8) {
+        std::memcpy(&w, data + size - 8, sizeof w);
+    } else if (rest >= 4) {
+        std::uint32_t low;
+        std::uint32_t high;
+        std::memcpy(&low, data + i, sizeof low);
+        std::memcpy(&high, data + i + rest - 4, sizeof high);
+        w = low | (std::uint64_t{high} << 32);
+    } else {
+        w = (0x20 * kOnes & ~std::uint64_t{0xFFFFFF}) | data[i] | (std::uint64_t{data[i + rest / 2]} << 8) |
+            (std::uint64_t{data[i + rest - 1]} << 16);
+    }
+    if ((w & kHigh) == 0)
+        return asciiWordAllowed(w);
     return walkUntil(data, size, i, size) != kBad;
 }
 

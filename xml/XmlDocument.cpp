@@ -5,6 +5,8 @@
 #include "tarnxml/XmlHelper.h"
 #include "tarnxml/XmlIterators.h"
 
+#include "ParserContext.h"
+
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
@@ -22,10 +24,6 @@ constexpr int kParseOptions = XML_PARSE_NOERROR | XML_PARSE_NONET | XML_PARSE_NO
 
 // The base URL of every loaded document.
 constexpr const char* kDocumentUrl = "dummy.xml";
-
-struct ParserContextFree {
-    void operator()(xmlParserCtxt* context) const { xmlFreeParserCtxt(context); }
-};
 
 } // namespace
 
@@ -92,8 +90,9 @@ int XmlDocument::Load(const std::string& text, const XmlLoadOptions& options)
     detail::DiagnosticSink sink;
     sink.list = &diagnostics;
     sink.source = &options.sourceName;
-    // The context is freed on every path, an exception unwinding through libxml2 included.
-    const std::unique_ptr<xmlParserCtxt, ParserContextFree> context(xmlNewParserCtxt());
+    // The context is freed on every path, an exception unwinding through libxml2 included,
+    // together with any partial tree the parse left in it (ParserContext.h).
+    const detail::ParserContext context(xmlNewParserCtxt());
     if (!context)
         return -1;
     detail::configureDocumentContext(context.get(), &sink);
@@ -102,12 +101,8 @@ int XmlDocument::Load(const std::string& text, const XmlLoadOptions& options)
                                 parseOptions);
     } catch (...) {
         // Nothing may escape a parse (an allocation failure in a callback, say): the document
-        // simply stays empty, and the tree the parse was building goes with the context.
+        // simply stays empty.
         doc = nullptr;
-        if (context->myDoc != nullptr) {
-            xmlFreeDoc(context->myDoc);
-            context->myDoc = nullptr;
-        }
     }
     return doc != nullptr ? 0 : -1;
 }

@@ -1,6 +1,8 @@
 // Entity encoding and decoding: UTF-8 text to pure-ASCII character data and back.
 #include "tarnxml/XmlHelper.h"
 
+#include "NumericReference.h"
+
 #include <utf8.h>
 
 #include <cstddef>
@@ -191,57 +193,6 @@ std::string encode(const char* data, std::size_t size)
 
 constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
 
-bool isStrtoulSpace(unsigned char c)
-{
-    // isspace of the "C" locale; the library never depends on the process locale.
-    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
-
-int digitValue(unsigned char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'z')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'Z')
-        return c - 'A' + 10;
-    return 99;
-}
-
-// Reads a number the way strtoul does on a platform whose unsigned long has 32 bits: leading
-// white space, an optional sign, for base 16 an optional "0x"/"0X" prefix, then the digits of
-// the base up to the first byte that is not one. No digits give 0; a negative number wraps
-// modulo 2^32. Returns false when the magnitude does not fit in 32 bits. strtoul itself is not
-// used: it follows the process locale, sets errno, and its width differs between the 32- and the
-// 64-bit build, so that values between 2^32 and 2^64 would decode differently.
-bool readReferenceNumber(const unsigned char* p, int base, std::uint32_t& value)
-{
-    while (isStrtoulSpace(*p))
-        ++p;
-    bool negative = false;
-    if (*p == '+' || *p == '-') {
-        negative = *p == '-';
-        ++p;
-    }
-    if (base == 16 && p[0] == '0' && (p[1] == 'x' || p[1] == 'X') && digitValue(p[2]) < 16)
-        p += 2;
-    std::uint64_t magnitude = 0;
-    bool overflow = false;
-    for (int d = digitValue(*p); d < base; d = digitValue(*++p)) {
-        // Once past 32 bits the value only matters as "too large"; stop growing it so that
-        // the 64-bit accumulator cannot wrap on long digit strings.
-        if (!overflow) {
-            magnitude = magnitude * static_cast<unsigned>(base) + static_cast<unsigned>(d);
-            overflow = magnitude > 0xFFFFFFFFu;
-        }
-    }
-    if (overflow)
-        return false;
-    const std::uint32_t low = static_cast<std::uint32_t>(magnitude);
-    value = negative ? static_cast<std::uint32_t>(0u - low) : low;
-    return true;
-}
-
 bool startsWith(const char* p, std::size_t left, const std::string& entity)
 {
     return left >= entity.size() && std::memcmp(p, entity.data(), entity.size()) == 0;
@@ -311,7 +262,7 @@ std::string decode(const char* text)
                     ++digits;
                 }
                 std::uint32_t value = 0;
-                if (!readReferenceNumber(digits, base, value))
+                if (!tarn::detail::readReferenceNumber(digits, base, value))
                     value = kReplacementCharacter;
                 // utf8::append throws invalid_code_point for surrogates and values above
                 // U+10FFFF; those become U+FFFD, checked here so that hostile input cannot make

@@ -1,6 +1,7 @@
 // The input gate: UTF-8 validation, repair, and clean-up of numeric character references.
 #include "tarnxml/XmlHelper.h"
 
+#include "NumericReference.h"
 #include "Utf8Validate.h"
 #include "tarn/shared.h"
 
@@ -9,11 +10,16 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <limits>
 
 namespace XmlHelper {
 
 namespace {
 const char kEmptyText[] = "";
+
+// The gate counts bytes in 32 bits. A longer text is refused whole (reported as not fitting) rather
+// than cut to its size modulo 2^32, which would hand a valid-looking prefix on.
+bool fitsCount(std::size_t size) { return size <= std::numeric_limits<unsigned int>::max(); }
 
 // Whether the input ends inside a character: a lead byte (by utfcpp's reading of its bit pattern)
 // followed only by continuation bytes, fewer than its length asks for. utf8::replace_invalid always
@@ -31,26 +37,27 @@ bool endsInsideCharacter(const unsigned char* data, std::size_t size)
 }
 } // namespace
 
-bool isValidUTF8(const char* data, unsigned int size)
+bool isValidUTF8(const char* data, unsigned int size) noexcept
 {
     if (!data || size == 0)
         return false;
     return tarn::detail::utf8Valid(reinterpret_cast<const unsigned char*>(data), size);
 }
 
-bool isValidUTF8(const char* text)
+bool isValidUTF8(const char* text) noexcept
 {
     if (!text)
         return false;
-    return isValidUTF8(text, static_cast<unsigned int>(std::strlen(text)));
+    const std::size_t size = std::strlen(text);
+    return fitsCount(size) && isValidUTF8(text, static_cast<unsigned int>(size));
 }
 
-bool isValidUTF8(const std::string& text)
+bool isValidUTF8(const std::string& text) noexcept
 {
-    return isValidUTF8(text.data(), static_cast<unsigned int>(text.size()));
+    return fitsCount(text.size()) && isValidUTF8(text.data(), static_cast<unsigned int>(text.size()));
 }
 
-TextView sanitize(const char* data, unsigned int size, std::string& scratch)
+TextView sanitize(const char* data, unsigned int size, std::string& scratch) noexcept
 {
     if (!data || size == 0)
         return TextView{kEmptyText, 0};
@@ -77,56 +84,24 @@ TextView sanitize(const char* data, unsigned int size, std::string& scratch)
     return TextView{scratch.c_str(), static_cast<unsigned int>(scratch.size())};
 }
 
-TextView sanitize(const char* text, std::string& scratch)
+TextView sanitize(const char* text, std::string& scratch) noexcept
 {
     if (!text)
         return TextView{kEmptyText, 0};
-    return sanitize(text, static_cast<unsigned int>(std::strlen(text)), scratch);
+    const std::size_t size = std::strlen(text);
+    if (!fitsCount(size))
+        return TextView{kEmptyText, 0};
+    return sanitize(text, static_cast<unsigned int>(size), scratch);
 }
 
-TextView sanitize(const std::string& text, std::string& scratch)
+TextView sanitize(const std::string& text, std::string& scratch) noexcept
 {
+    if (!fitsCount(text.size()))
+        return TextView{kEmptyText, 0};
     return sanitize(text.data(), static_cast<unsigned int>(text.size()), scratch);
 }
 
 namespace {
-
-// strtoul's reading, without its locale and errno: leading white space, an optional sign, digits
-// of the base. `fits` is false when the magnitude does not fit in 32 bits; a minus sign wraps the
-// value modulo 2^32 as strtoul does.
-std::uint32_t readUnsigned(const char* p, int base, bool& fits)
-{
-    while (*p == ' ' || (*p >= '\t' && *p <= '\r'))
-        ++p;
-    bool negative = false;
-    if (*p == '+' || *p == '-') {
-        negative = *p == '-';
-        ++p;
-    }
-    std::uint64_t value = 0;
-    fits = true;
-    for (;; ++p) {
-        int digit;
-        const char c = *p;
-        if (c >= '0' && c <= '9')
-            digit = c - '0';
-        else if (base == 16 && c >= 'a' && c <= 'f')
-            digit = c - 'a' + 10;
-        else if (base == 16 && c >= 'A' && c <= 'F')
-            digit = c - 'A' + 10;
-        else
-            break;
-        if (digit >= base)
-            break;
-        if (fits) {
-            value = value * static_cast<unsigned>(base) + static_cast<unsigned>(digit);
-            if (value > 0xFFFFFFFFu)
-                fits = false;
-        }
-    }
-    const auto result = static_cast<std::uint32_t>(value);
-    return negative ? static_cast<std::uint32_t>(0u - result) : result;
-}
 
 bool allowedReference(std::uint32_t value, bool fits)
 {
@@ -153,8 +128,9 @@ std::string replaceInvalidNumericEncodings(const std::string& text)
         if (!semicolon)
             break;
         const bool hex = match[2] == 'x';
-        bool fits = true;
-        const std::uint32_t value = readUnsigned(match + (hex ? 3 : 2), hex ? 16 : 10, fits);
+        std::uint32_t value = 0;
+        const bool fits = tarn::detail::readReferenceNumber(
+            reinterpret_cast<const unsigned char*>(match + (hex ? 3 : 2)), hex ? 16 : 10, value);
         if (!allowedReference(value, fits)) {
             if (!replaced)
                 out.reserve(text.size());

@@ -5,6 +5,8 @@
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlNode.h"
 
+#include <pugixml.hpp>
+
 #include <algorithm>
 #include <cstring>
 #include <string>

@@ -3,6 +3,7 @@
 #include "tarnxml/XmlHelper.h"
 
 #include "Diagnostics.h"
+#include "tarn/TarnTypes.h"
 
 namespace XmlHelper {
 

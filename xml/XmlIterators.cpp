@@ -6,6 +6,7 @@
 
 #include <libxml/tree.h>
 #include <libxml/xpath.h>
+#include <libxml/xpathInternals.h>
 
 namespace tarn {
 
@@ -45,6 +46,30 @@ void releaseResult(xmlXPathObject* result)
             set->nodeTab[i] = nullptr;
     }
     xmlXPathFreeObject(result);
+}
+
+// Takes the namespace nodes out of a fresh result and frees them. For each namespace node it
+// selects, libxml2 puts a copy of the declaration into the node set (its `next` pointing at the
+// element in scope); the copies belong to the result, and xmlXPathFreeObject would free them only
+// by reading that element, which releaseResult must not do. Namespace nodes are never yielded,
+// so the walk sees the same elements in the same order. Runs while the tree is alive.
+void dropNamespaceCopies(xmlXPathObject* result)
+{
+    xmlNodeSet* set = result->nodesetval;
+    if (set == nullptr)
+        return;
+    int kept = 0;
+    for (int i = 0; i < set->nodeNr; ++i) {
+        xmlNode* entry = set->nodeTab[i];
+        if (entry != nullptr && entry->type == XML_NAMESPACE_DECL) {
+            xmlXPathNodeSetFreeNs(reinterpret_cast<xmlNs*>(entry));
+            continue;
+        }
+        set->nodeTab[kept++] = entry;
+    }
+    for (int i = kept; i < set->nodeNr; ++i)
+        set->nodeTab[i] = nullptr;
+    set->nodeNr = kept;
 }
 
 } // namespace
@@ -87,7 +112,7 @@ XmlNodePtr XmlNodeIterator::GetNext()
 
 XmlAttribute::XmlAttribute() : attribute(nullptr) {}
 
-void XmlAttribute::AttributeSet(_xmlAttr* newAttribute) { attribute = newAttribute; }
+void XmlAttribute::AttributeSet(_xmlAttr* newAttribute) noexcept { attribute = newAttribute; }
 
 std::string XmlAttribute::GetName() const
 {
@@ -153,6 +178,8 @@ XPathNodeIterator::~XPathNodeIterator()
 
 void XPathNodeIterator::Initialize(_xmlXPathObject* result)
 {
+    if (result != nullptr)
+        dropNamespaceCopies(result);
     releaseResult(xpathResult);
     xpathResult = result;
     resultIndex = 0;

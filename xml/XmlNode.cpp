@@ -52,18 +52,18 @@ XmlNode::~XmlNode()
     }
 }
 
-void XmlNode::Initialize(_xmlNode* newNode) { node = newNode; }
+void XmlNode::Initialize(_xmlNode* newNode) noexcept { node = newNode; }
 
-_xmlNode* XmlNode::getlibXML2Node() const { return node != nullptr ? node : createdNode; }
+_xmlNode* XmlNode::getlibXML2Node() const noexcept { return node != nullptr ? node : createdNode; }
 
-void XmlNode::setCreatedNode(_xmlNode* newNode)
+void XmlNode::setCreatedNode(_xmlNode* newNode) noexcept
 {
     if (createdNode != nullptr)
         xmlFreeNode(createdNode);
     createdNode = newNode;
 }
 
-void XmlNode::onNodeMoved() { createdNode = nullptr; }
+void XmlNode::onNodeMoved() noexcept { createdNode = nullptr; }
 
 void XmlNode::Remove()
 {

@@ -39,19 +39,41 @@ xmlNode* firstElement(xmlNode* child)
     return child;
 }
 
-// The first element child whose stored name equals `name` byte for byte. libxml2's names end at
-// their first zero byte, so a name with a zero byte inside matches nothing.
+// Whether `child` is an element whose stored name is `wanted`, byte for byte.
+bool isElementNamed(const xmlNode* child, const char* wanted)
+{
+    return child->type == XML_ELEMENT_NODE && child->name
+        && std::strcmp(reinterpret_cast<const char*>(child->name), wanted) == 0;
+}
+
+// libxml2's names end at their first zero byte, so a name with a zero byte inside matches nothing.
+bool usableName(const std::string& name) { return std::strlen(name.c_str()) == name.size(); }
+
+// The first element child whose stored name equals `name` byte for byte.
 xmlNode* findElement(const xmlNode* parent, const std::string& name)
 {
-    const char* wanted = name.c_str();
-    if (std::strlen(wanted) != name.size())
+    if (!usableName(name))
         return nullptr;
     for (xmlNode* child = firstChildOf(parent); child; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE && child->name
-            && std::strcmp(reinterpret_cast<const char*>(child->name), wanted) == 0)
+        if (isElementNamed(child, name.c_str()))
             return child;
     }
     return nullptr;
+}
+
+// The named child's text as the child's own GetData() reads it (its first text node; "" when it
+// has none), or null when there is no such child. The content getters below read it in place:
+// a handle made only to read a child's text and dropped again is nothing a caller could see.
+const char* childText(const xmlNode* parent, const std::string& name)
+{
+    const xmlNode* const child = findElement(parent, name);
+    if (!child)
+        return nullptr;
+    for (const xmlNode* text = child->children; text; text = text->next) {
+        if (text->type == XML_TEXT_NODE)
+            return text->content ? reinterpret_cast<const char*>(text->content) : "";
+    }
+    return "";
 }
 
 // A new handle that refers to `child` and owns nothing.
@@ -100,14 +122,14 @@ XmlNodePtr XmlNode::GetLastChild() const
 
 std::string XmlNode::GetData(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? child->GetData() : EMPTY_STRING;
+    const char* const text = childText(node, name);
+    return text ? std::string(text) : EMPTY_STRING;
 }
 
 std::string XmlNode::GetChildData(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? child->GetData() : EMPTY_STRING;
+    const char* const text = childText(node, name);
+    return text ? std::string(text) : EMPTY_STRING;
 }
 
 std::string XmlNode::GetChildInnerXml(const std::string& name) const
@@ -117,83 +139,93 @@ std::string XmlNode::GetChildInnerXml(const std::string& name) const
 }
 
 // The missing-child values below differ on purpose: GetDataNumber with a name gives -1, the
-// GetChildData* family gives 0 (0.0, false). No conversion runs for a missing child.
+// GetChildData* family gives 0 (0.0, false). No conversion runs for a missing child. Each value
+// is the conversion the child's own getter applies to its text (GetDataNumber and GetDataUInt32
+// for the first three).
 
 int XmlNode::GetDataNumber(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? child->GetDataNumber() : -1;
+    const char* const text = childText(node, name);
+    return text ? ToInt32(text) : -1;
 }
 
 int XmlNode::GetChildDataNumber(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? child->GetDataNumber() : 0;
+    const char* const text = childText(node, name);
+    return text ? ToInt32(text) : 0;
 }
 
 unsigned int XmlNode::GetChildDataUInt(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? child->GetDataUInt32() : 0u;
+    const char* const text = childText(node, name);
+    return text ? ToUInt32(text) : 0u;
 }
 
 unsigned int XmlNode::GetChildDataULONG(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? ToUInt32(child->GetData().c_str()) : 0u;
+    const char* const text = childText(node, name);
+    return text ? ToUInt32(text) : 0u;
 }
 
 unsigned long long XmlNode::GetChildDataUINT64(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? ToUINT64(child->GetData().c_str()) : 0ull;
+    const char* const text = childText(node, name);
+    return text ? ToUINT64(text) : 0ull;
 }
 
 int XmlNode::GetChildDataInt32(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? ToInt32(child->GetData().c_str()) : 0;
+    const char* const text = childText(node, name);
+    return text ? ToInt32(text) : 0;
 }
 
 unsigned int XmlNode::GetChildDataUInt32(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? ToUInt32(child->GetData().c_str()) : 0u;
+    const char* const text = childText(node, name);
+    return text ? ToUInt32(text) : 0u;
 }
 
 long long XmlNode::GetChildDataInt64(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? ToInt64(child->GetData().c_str()) : 0ll;
+    const char* const text = childText(node, name);
+    return text ? ToInt64(text) : 0ll;
 }
 
 unsigned long long XmlNode::GetChildDataUInt64(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? ToUInt64(child->GetData().c_str()) : 0ull;
+    const char* const text = childText(node, name);
+    return text ? ToUInt64(text) : 0ull;
 }
 
 double XmlNode::GetChildDataDouble(const std::string& name) const
 {
-    const XmlNodePtr child = GetChild(name);
-    return child ? detail::classicDouble(child->GetData().c_str()) : 0.0;
+    const char* const text = childText(node, name);
+    return text ? detail::classicDouble(text) : 0.0;
 }
 
 bool XmlNode::GetChildDataBool(const std::string& name) const
 {
     // The attribute rule ("1" or TRUE_STRING in any letter case), not the wider node text rule.
-    const XmlNodePtr child = GetChild(name);
-    return child ? detail::attributeBool(child->GetData()) : false;
+    const char* const text = childText(node, name);
+    return text ? detail::attributeBool(text) : false;
 }
 
 int XmlNode::RemoveChild(const std::string& name)
 {
-    // Each lookup starts again at the first child. The ones removed before are gone, so a round
-    // only walks past the children of other names that precede the next match.
+    // One pass: each matching element child is unlinked and freed with its subtree (what Remove
+    // does through a handle), the walk going on from the sibling after it. Starting again at the
+    // first child after each removal made interleaved children quadratic.
+    if (!usableName(name))
+        return -1;
     int result = -1;
-    for (XmlNodePtr child = GetChild(name); child; child = GetChild(name)) {
-        child->Remove();
-        result = 0;
+    for (xmlNode* child = firstChildOf(node); child;) {
+        xmlNode* const next = child->next;
+        if (isElementNamed(child, name.c_str())) {
+            xmlUnlinkNode(child);
+            xmlFreeNode(child);
+            result = 0;
+        }
+        child = next;
     }
     return result;
 }

@@ -3,6 +3,8 @@
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlNode.h"
 
+#include "TreeWalk.h"
+
 #include <libxml/tree.h>
 
 #include <new>
@@ -13,8 +15,10 @@ XmlNodePtr XmlNode::Clone() const
 {
     if (!node)
         return XmlNodePtr();
-    // Recursive copy: attributes, namespaces and every descendant; it belongs to no document.
-    xmlNode* copy = xmlCopyNode(node, 1);
+    // Deep copy: attributes, namespaces and every descendant; it belongs to no document. Trees
+    // built through the API can be deeper than libxml2's recursive copy can go on a thread's
+    // stack; copyTree walks those with a loop.
+    xmlNode* copy = detail::copyTree(node, nullptr);
     if (!copy)
         throw std::bad_alloc();
     XmlNodePtr handle;
@@ -40,7 +44,7 @@ boost::shared_ptr<XmlDocument> XmlDocument::Copy() const
     boost::shared_ptr<XmlDocument> copy(new XmlDocument);
     // A copy that libxml2 cannot make leaves the new document empty, as the copy of an empty one.
     if (doc)
-        copy->doc = xmlCopyDoc(doc, 1);
+        copy->doc = detail::copyDocument(doc);
     return copy;
 }
 

@@ -3,6 +3,7 @@
 
 #include "Diagnostics.h"
 #include "DictStrings.h"
+#include "TreeWalk.h"
 #include "ValueText.h"
 #include "tarn/shared.h"
 #include "tarnxml/XmlHelper.h"
@@ -10,6 +11,7 @@
 #include <libxml/tree.h>
 
 #include <memory>
+#include <boost/make_shared.hpp>
 #include <new>
 
 namespace tarn {
@@ -17,7 +19,7 @@ namespace tarn {
 namespace {
 
 struct NodeDeleter {
-    void operator()(xmlNode* doomed) const { xmlFreeNode(doomed); }
+    void operator()(xmlNode* doomed) const noexcept { xmlFreeNode(doomed); }
 };
 typedef std::unique_ptr<xmlNode, NodeDeleter> OwnedNode;
 
@@ -160,6 +162,9 @@ int XmlNode::AddChild(const XmlNodePtr& moved)
     // A node leaving a read-only document takes no dictionary strings along (DictStrings.h).
     detail::releaseDictionaryStrings(cur, node->doc);
     xmlUnlinkNode(cur);
+    // Into this node's document first, without recursion: libxml2 would re-point a subtree
+    // from another document (or none) recursively.
+    detail::setTreeDoc(cur, node->doc);
     // xmlAddChild returns the node that survives: a text node appended after a text node (or
     // under one) is merged into it and freed, and the handle must then refer to the survivor.
     xmlNode* const placed = xmlAddChild(node, cur);
@@ -191,6 +196,8 @@ int XmlNode::AddSibling(const XmlNodePtr& moved)
     // everything as it was.
     const bool ownedByMoved = moved->createdNode == cur;
     detail::releaseDictionaryStrings(cur, node->doc);
+    if (cur != lastChild)
+        detail::setTreeDoc(cur, lastChild->doc); // as in AddChild: no recursion in libxml2
     if (xmlAddNextSibling(lastChild, cur) == nullptr)
         return -1;
     if (ownedByMoved)
@@ -219,31 +226,56 @@ XmlNodePtr CreateXmlNode() { return XmlNodePtr(new XmlNode); }
 
 XmlNodePtr CreateXmlNode(const std::string& name, const std::string& value)
 {
-    XmlNodePtr handle(new XmlNode);
+    // The handle and its shared count in one allocation (the handle is constructed and destroyed
+    // exactly as with new and delete; only the memory is shared).
+    XmlNodePtr handle = boost::make_shared<XmlNode>();
     handle->Initialize(name, value);
     return handle;
 }
 
-XmlNodePtr CreateXmlNode(const std::string& name, bool value) { return CreateXmlNode(name, ToString(value)); }
-XmlNodePtr CreateXmlNode(const std::string& name, int value)
+namespace {
+
+// What CreateXmlNode(name, text) makes, for a value text that this file produced itself (digits,
+// a sign, a decimal point, an exponent, "true"/"false"): such text is valid ASCII that the gate
+// would pass unchanged, so it goes to libxml2 directly, without a std::string in between.
+XmlNodePtr createWithPlainValue(const std::string& name, const char* value)
 {
-    return CreateXmlNode(name, detail::decimalText(value));
+    XmlNodePtr handle = boost::make_shared<XmlNode>(); // as in CreateXmlNode(name, text)
+    OwnedNode element = newElement(nullptr, name);
+    if (*value != '\0') {
+        xmlNode* const textNode = xmlNewText(reinterpret_cast<const xmlChar*>(value));
+        if (textNode == nullptr)
+            throw std::bad_alloc();
+        xmlAddChild(element.get(), textNode);
+    }
+    handle->setCreatedNode(element.release());
+    handle->Initialize(handle->getlibXML2Node());
+    return handle;
 }
-XmlNodePtr CreateXmlNode(const std::string& name, unsigned int value)
+
+template <typename Integer>
+XmlNodePtr createWithDecimal(const std::string& name, Integer value)
 {
-    return CreateXmlNode(name, detail::decimalText(value));
+    const fmt::format_int digits(value);
+    return createWithPlainValue(name, digits.c_str());
 }
-XmlNodePtr CreateXmlNode(const std::string& name, long long value)
+
+} // namespace
+
+XmlNodePtr CreateXmlNode(const std::string& name, bool value)
 {
-    return CreateXmlNode(name, detail::decimalText(value));
+    return createWithPlainValue(name, ToString(value).c_str());
 }
+XmlNodePtr CreateXmlNode(const std::string& name, int value) { return createWithDecimal(name, value); }
+XmlNodePtr CreateXmlNode(const std::string& name, unsigned int value) { return createWithDecimal(name, value); }
+XmlNodePtr CreateXmlNode(const std::string& name, long long value) { return createWithDecimal(name, value); }
 XmlNodePtr CreateXmlNode(const std::string& name, unsigned long long value)
 {
-    return CreateXmlNode(name, detail::decimalText(value));
+    return createWithDecimal(name, value);
 }
 XmlNodePtr CreateXmlNode(const std::string& name, double value)
 {
-    return CreateXmlNode(name, detail::doubleText(value));
+    return createWithPlainValue(name, detail::doubleText(value).c_str());
 }
 
 XmlNodePtr CreateXmlNode(const std::string& name, const char* value)

@@ -13,7 +13,7 @@ namespace tarn {
 namespace {
 
 struct ContextDeleter {
-    void operator()(xmlXPathContext* context) const { xmlXPathFreeContext(context); }
+    void operator()(xmlXPathContext* context) const noexcept { xmlXPathFreeContext(context); }
 };
 
 // Evaluates `xpath` on `doc` with `node` as the context node (null: none) and hands a node-set

@@ -5,6 +5,7 @@
 #include "Diagnostics.h"
 #include "DictStrings.h"
 #include "Lifecycle.h"
+#include "TreeWalk.h"
 #include "tarn/shared.h"
 
 #include <libxml/entities.h>
@@ -24,7 +25,7 @@ namespace {
 constexpr int kInnerXmlAssertLine = 975;
 
 struct BufferDeleter {
-    void operator()(xmlBuffer* buffer) const { xmlBufferFree(buffer); }
+    void operator()(xmlBuffer* buffer) const noexcept { xmlBufferFree(buffer); }
 };
 
 struct XmlCharFree {
@@ -32,18 +33,28 @@ struct XmlCharFree {
 };
 
 // Gives the scratch document back empty on every way out of SerializeOuterXml, exceptions
-// included: its child list is cleared (it must never own or free the caller's node) and the
-// node's parent link, which xmlDocSetRootElement pointed at the scratch document, is cut, so
-// that a later unlink of the node never touches the scratch document outside the lock.
+// included: its child list is cleared (it must never own or free the caller's node), the node's
+// parent link, which xmlDocSetRootElement pointed at the scratch document, is cut, so that a
+// later unlink of the node never touches the scratch document outside the lock, and the subtree
+// is pointed back at the document it belonged to before (none for a detached node). Left
+// pointing at the scratch document, a later query on the node would run against whatever
+// another thread has put there.
 class ScratchDocumentRelease {
 public:
-    ScratchDocumentRelease(xmlDoc* scratch, xmlNode* root) : scratch_(scratch), root_(root) {}
+    ScratchDocumentRelease(xmlDoc* scratch, xmlNode* root)
+        : scratch_(scratch), root_(root), before_(root != nullptr ? root->doc : nullptr)
+    {
+    }
     ~ScratchDocumentRelease()
     {
         scratch_->children = nullptr;
         scratch_->last = nullptr;
-        if (root_ != nullptr && root_->parent == reinterpret_cast<xmlNode*>(scratch_))
+        if (root_ == nullptr)
+            return;
+        if (root_->parent == reinterpret_cast<xmlNode*>(scratch_))
             root_->parent = nullptr;
+        if (root_->doc == scratch_)
+            detail::setTreeDoc(root_, before_);
     }
     ScratchDocumentRelease(const ScratchDocumentRelease&) = delete;
     ScratchDocumentRelease& operator=(const ScratchDocumentRelease&) = delete;
@@ -51,6 +62,7 @@ public:
 private:
     xmlDoc* scratch_;
     xmlNode* root_;
+    xmlDoc* before_;
 };
 
 } // namespace
@@ -101,8 +113,10 @@ std::string XmlNode::SerializeOuterXml() const
     // A node of a read-only document leaves it for good: it takes no dictionary strings along.
     detail::releaseDictionaryStrings(node, g_tempDoc);
     const ScratchDocumentRelease release(g_tempDoc, node);
-    // Takes the node out of its tree and points its subtree at the scratch document. A handle
+    // Takes the node out of its tree and points its subtree at the scratch document (here
+    // first, without recursion, so that libxml2 finds nothing left to re-point). A handle
     // without a node leaves the scratch document empty: the declaration alone is written.
+    detail::setTreeDoc(node, g_tempDoc);
     xmlDocSetRootElement(g_tempDoc, node);
     xmlChar* memory = nullptr;
     int size = 0;

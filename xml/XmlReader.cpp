@@ -17,7 +17,7 @@
 #include <memory>
 #include <new>
 
-void XmlCharDeleter::operator()(unsigned char* text) const
+void XmlCharDeleter::operator()(unsigned char* text) const noexcept
 {
     if (text != nullptr)
         xmlFree(text);
@@ -36,55 +36,6 @@ constexpr int kLastNodeType = XML_READER_TYPE_XML_DECLARATION;
 
 int nonNegative(int value) { return value < 0 ? 0 : value; }
 
-// Every text getter holds its libxml2 string in a shared pointer for the length of one copy, so
-// each call would cost a heap allocation for the shared pointer's control block on top of
-// libxml2's own. The shared pointer never leaves takeString, so its one control block is placed in
-// a buffer on that function's stack, declared before the shared pointer and so outliving it; a
-// block that does not fit (another standard library's layout) falls back to the heap.
-template <typename T>
-class LocalBlockAllocator {
-public:
-    using value_type = T;
-
-    LocalBlockAllocator(void* buffer, std::size_t size) noexcept : buffer_(buffer), size_(size) {}
-    template <typename U>
-    explicit LocalBlockAllocator(const LocalBlockAllocator<U>& other) noexcept
-        : buffer_(other.buffer()), size_(other.size())
-    {
-    }
-
-    T* allocate(std::size_t count)
-    {
-        if (count * sizeof(T) <= size_ && alignof(T) <= alignof(std::max_align_t))
-            return static_cast<T*>(buffer_);
-        return static_cast<T*>(::operator new(count * sizeof(T)));
-    }
-
-    void deallocate(T* block, std::size_t) noexcept
-    {
-        if (block != buffer_)
-            ::operator delete(block);
-    }
-
-    void* buffer() const noexcept { return buffer_; }
-    std::size_t size() const noexcept { return size_; }
-
-    template <typename U>
-    bool operator==(const LocalBlockAllocator<U>& other) const noexcept
-    {
-        return buffer_ == other.buffer();
-    }
-    template <typename U>
-    bool operator!=(const LocalBlockAllocator<U>& other) const noexcept
-    {
-        return buffer_ != other.buffer();
-    }
-
-private:
-    void* buffer_;
-    std::size_t size_;
-};
-
 // The conversions behind the public xmlCharToString / xmlIntToBool members. The getters call
 // these directly: the members are exported, so calls to them from inside the library would go
 // through the dynamic linker's indirection and could not be inlined.
@@ -94,11 +45,10 @@ std::string takeString(xmlChar* owned)
 {
     if (owned == nullptr)
         return std::string();
-    // Owned from the first moment: if the copy cannot be allocated, the shared pointer still
-    // frees the libxml2 string (and its constructor frees it if the control block cannot be made).
-    alignas(std::max_align_t) unsigned char controlBlock[64];
-    const std::shared_ptr<unsigned char> holder(
-        owned, XmlCharDeleter(), LocalBlockAllocator<unsigned char>(controlBlock, sizeof controlBlock));
+    // Owned from the first moment: if the copy cannot be allocated, the holder still frees the
+    // libxml2 string. A unique owner is enough here, as the string never leaves this function:
+    // no shared count, so no atomic operations and no control block per string.
+    const std::unique_ptr<xmlChar, XmlCharDeleter> holder(owned);
     return std::string(reinterpret_cast<const char*>(holder.get()));
 }
 

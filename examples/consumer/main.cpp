@@ -16,6 +16,10 @@ int main()
     writer.writeAttribute("port", std::to_string(port));
     writer.endElement();
 
-    std::cout << root->OuterXml() << "\n" << writer.str() << "\n";
-    return port == 8080 && writer.str() == "<status port=\"8080\"/>" ? 0 : 1;
+    // The installed version header matches the installed library.
+    std::cout << root->OuterXml() << "\n" << writer.str() << "\nlibtarnxml " << tarn::versionString() << "\n";
+    return port == 8080 && writer.str() == "<status port=\"8080\"/>" &&
+                   tarn::versionNumber() == TARNXML_VERSION_NUMBER
+               ? 0
+               : 1;
 }

@@ -67,6 +67,25 @@ struct XmlLoadOptions {
     std::string sourceName; // travels in the diagnostics; the parse URL stays "dummy.xml"
 };
 
+class XPathExpression;
+
+// How XmlDocument::ToString prints. The output never depends on libxml2's per-thread output
+// settings a host may have changed (xmlIndentTreeOutput, xmlTreeIndentString,
+// xmlSaveNoEmptyTags): two-space indentation, empty elements as <a/>.
+struct XmlSaveOptions {
+    // false: the tree as it is (xmllint FILE). true: as xmllint --format FILE prints it: the
+    // document is printed, re-read with libxml2's blank removal (XML_PARSE_NOBLANKS, the
+    // parse xmllint --format makes) and printed indented; when the printed tree cannot be
+    // re-read (names set through SetName that are not XML names, say) it is printed
+    // indented as it is, where whitespace text already present suppresses the indentation.
+    bool format = false;
+    // "" = the document's declared encoding (no declared encoding: UTF-8 with characters
+    // beyond ASCII written as character references, as xmllint does); otherwise any encoding
+    // libxml2 knows, the declaration rewritten to name it and characters it cannot hold
+    // written as character references.
+    std::string encoding;
+};
+
 class TARNXML_API XmlDocument {
 public:
     // An empty document (no tree); starts the library.
@@ -88,6 +107,13 @@ public:
     // iterator, or null when no tree is loaded. A failed or non-node-set expression keeps the
     // previous result and position. The pointer is invalid after reset, reload or destruction.
     XPathNodeIterator* GetIterator(const std::string& xpath);
+    // The same with the prefixes of `ns` bound (see XmlNode::GetIterator(xpath, ns)).
+    XPathNodeIterator* GetIterator(const std::string& xpath, const XmlNamespaceBindings& ns);
+    // The whole document as xmllint prints it, byte for byte: declaration, DOCTYPE with its
+    // internal subset, comments and PIs outside the root, entity references kept as references.
+    // "" when no tree is loaded or the encoding is unknown to libxml2. The tree is not changed.
+    // Bytes in the chosen encoding (UTF-16 output holds zero bytes).
+    std::string ToString(const XmlSaveOptions& options) const;
     // A deep copy that shares nothing with this document; an empty document when this is empty.
     boost::shared_ptr<XmlDocument> Copy() const;
 
@@ -102,6 +128,7 @@ public:
     bool WasRepaired() const;
 
 private:
+    friend class XPathExpression;
     _xmlDoc* doc;
     XPathNodeIterator* xpathIterator;
     XmlNodePtr root;

@@ -72,7 +72,7 @@ protected:
 class TARNXML_API XmlAttribute {
 public:
     XmlAttribute();
-    void AttributeSet(_xmlAttr* attribute);
+    void AttributeSet(_xmlAttr* attribute) noexcept;
     // "" for an empty view.
     std::string GetName() const;
     // The text of the attribute's first child (the whole value); "" for an empty view.

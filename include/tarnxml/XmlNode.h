@@ -38,6 +38,8 @@
 //   through XmlHelper::sanitize: invalid UTF-8 is repaired (U+FFFD), control characters other
 //   than tab, line feed and carriage return become "?".
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <boost/shared_ptr.hpp>
 
@@ -60,6 +62,13 @@ class XPathNodeIterator;
 
 typedef boost::shared_ptr<XmlNode> XmlNodePtr;
 
+// Prefix -> namespace URI pairs for XPath, in order. XPath 1.0 has no default namespace: an
+// unprefixed name test matches only elements in no namespace, so a caller binds a document's
+// default namespace to a prefix of its own choosing (e.g. "_") and writes "//_:item". An empty
+// prefix is refused (the request fails as a bad expression does); a later pair for the same
+// prefix replaces an earlier one.
+typedef std::vector<std::pair<std::string, std::string>> XmlNamespaceBindings;
+
 // Initialises libxml2 once per process, creates g_tempDoc and registers libXMLShutdown with
 // atexit. Later calls do nothing. The constructors of XmlNode and XmlDocument call it.
 TARNXML_API void libXMLStartup();
@@ -81,13 +90,13 @@ public:
 
     // --- Handle and ownership -------------------------------------------------------------
     // Points the handle at `node` (may be null); frees and adopts nothing.
-    void Initialize(_xmlNode* node);
+    void Initialize(_xmlNode* node) noexcept;
     // The referred node, or the owned one when the handle refers to nothing; may be null.
-    _xmlNode* getlibXML2Node() const;
+    _xmlNode* getlibXML2Node() const noexcept;
     // Frees the node the handle owns, if any, and owns `node` instead (a new detached node).
-    void setCreatedNode(_xmlNode* node);
+    void setCreatedNode(_xmlNode* node) noexcept;
     // Stops owning the node without freeing it: a tree has taken it over.
-    void onNodeMoved();
+    void onNodeMoved() noexcept;
     // Unlinks the referred node from its tree and frees it with its subtree; the handle then
     // refers to nothing (and owns nothing if it owned that node). No node: nothing happens.
     void Remove();
@@ -243,7 +252,27 @@ public:
     // it converts implicitly to XmlNodeIterator* where a caller wants the common interface.
     // A failed or non-node-set expression keeps the previous result and position.
     XPathNodeIterator* GetIterator(const std::string& xpath);
+    // The same with the prefixes of `ns` bound for the expression (the overload above binds
+    // none). libxml2's error messages are captured and dropped, never printed; a failed
+    // expression (bad syntax, an unbound prefix, an empty prefix in `ns`) keeps the previous
+    // result and position. Typed results and error messages: tarn::XPathExpression (XPath.h).
+    XPathNodeIterator* GetIterator(const std::string& xpath, const XmlNamespaceBindings& ns);
     XmlAttributeIterator* GetAttributeIterator();
+
+    // --- Namespaces -------------------------------------------------------------------------------
+    // The namespace declarations in scope at this node, nearest first: the node's own
+    // declarations in document order, then its parent's that are not shadowed, and so on up.
+    // On a text, comment or other non-element node: those of its parent element. Prefix ""
+    // stands for the default namespace; an undeclared default (xmlns="") hides the
+    // outer default namespace and is not listed itself; "xml" is not listed. Empty without a
+    // node. Useful to bind a document's own prefixes for GetIterator(xpath, ns).
+    XmlNamespaceBindings GetNamespacesInScope() const;
+    // The node as a standalone fragment: OuterXml, but an element carries on its start tag,
+    // after its own declarations, every namespace declaration in scope from its ancestors
+    // (as `xmlstarlet sel -c` and XSLT's copy-of print it: all in-scope declarations, not
+    // only those the subtree uses), so the text parses alone with the same namespaces.
+    // Other nodes give OuterXml; "" without a node. The tree is left as it was.
+    std::string FragmentXml() const;
 
     // --- Copies -----------------------------------------------------------------------------------
     // A deep, detached copy owned by the new handle; empty when this handle has no node.

@@ -45,7 +45,7 @@ struct _xmlTextReader;
 
 // Frees a libxml2-allocated string (xmlFree) when it is not null.
 struct TARNXML_API XmlCharDeleter {
-    void operator()(unsigned char* text) const;
+    void operator()(unsigned char* text) const noexcept;
 };
 
 namespace tarn {

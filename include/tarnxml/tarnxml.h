@@ -4,6 +4,8 @@
 #include "tarnxml/XmlNode.h"
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlIterators.h"
+#include "tarnxml/XPath.h"
 #include "tarnxml/XmlReader.h"
 #include "tarnxml/XmlWriter.h"
 #include "tarnxml/XmlHelper.h"
+#include "tarnxml/tarnxml_version.h"

@@ -1,0 +1,225 @@
+// Whole-document output (XmlDocument::ToString) against xmllint, byte for byte, on the corpus;
+// node fragments (XmlNode::FragmentXml) against xmlstarlet; in-scope namespace declarations.
+#include "tarnxml/XmlDocument.h"
+#include "tarnxml/XmlIterators.h"
+#include "tarnxml/XmlNode.h"
+
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <libxml/globals.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <algorithm>
+#include <cctype>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string kCorpus = std::string(TARNXML_SOURCE_DIR) + "/tests/data/corpus";
+
+bool haveCommand(const char* name)
+{
+    return std::system((std::string("command -v ") + name + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// Standard output of a shell command, byte for byte.
+std::string run(const std::string& command)
+{
+    std::string out;
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return out;
+    char chunk[4096];
+    std::size_t n;
+    while ((n = std::fread(chunk, 1, sizeof chunk, pipe)) > 0)
+        out.append(chunk, n);
+    ::pclose(pipe);
+    return out;
+}
+
+std::vector<std::string> corpusFiles()
+{
+    std::vector<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(kCorpus))
+        if (entry.path().extension() == ".xml")
+            files.push_back(entry.path().string());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+// The encoding the file's declaration names, "" when none.
+std::string declaredEncoding(const std::string& text)
+{
+    if (text.compare(0, 5, "<?xml") != 0)
+        return std::string();
+    const std::string declaration = text.substr(0, text.find("?>"));
+    const std::string::size_type at = declaration.find("encoding=");
+    if (at == std::string::npos || at + 10 > declaration.size())
+        return std::string();
+    const char quote = declaration[at + 9];
+    const std::string::size_type start = at + 10;
+    return declaration.substr(start, declaration.find(quote, start) - start);
+}
+
+bool isUtf8Name(std::string name)
+{
+    for (char& c : name)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return name.empty() || name == "UTF-8";
+}
+
+TEST(DocumentToString, CorpusIsByteIdenticalToXmllint)
+{
+    if (!haveCommand("xmllint"))
+        GTEST_SKIP() << "xmllint not installed";
+    const std::vector<std::string> files = corpusFiles();
+    ASSERT_GE(files.size(), 10u);
+    for (const std::string& file : files) {
+        const std::string original = tarntest::readFile(file);
+        const std::string declared = declaredEncoding(original);
+        // Load reads UTF-8: other encodings are converted first (as a caller would).
+        const std::string text = isUtf8Name(declared) ? original : run("xmllint --encode UTF-8 '" + file + "'");
+        tarn::XmlDocument document;
+        ASSERT_EQ(0, document.Load(text, false)) << file;
+        struct Case {
+            bool format;
+            std::string encoding;
+        };
+        const std::string keep = isUtf8Name(declared) ? "" : declared;
+        for (const Case& c : {Case{false, keep}, Case{true, keep}, Case{false, "ISO-8859-1"}, Case{true, "UTF-16"}}) {
+            SCOPED_TRACE(file + (c.format ? " --format" : "") + " encoding '" + c.encoding + "'");
+            std::string command = "xmllint";
+            if (c.format)
+                command += " --format";
+            if (!c.encoding.empty() && c.encoding != declared)
+                command += " --encode " + c.encoding;
+            const std::string expected = run(command + " '" + file + "'");
+            ASSERT_FALSE(expected.empty());
+            EXPECT_EQ(expected, document.ToString(tarn::XmlSaveOptions{c.format, c.encoding}));
+        }
+    }
+}
+
+TEST(DocumentToString, IgnoresHostOutputSettingsAndKeepsTheTree)
+{
+    tarn::XmlDocument document;
+    ASSERT_EQ(0, document.Load("<a>\n    <b x=\"1\"/>\n    <c>t</c>\n</a>", false));
+    const std::string formatted = document.ToString({true, ""});
+    EXPECT_EQ("<?xml version=\"1.0\"?>\n<a>\n  <b x=\"1\"/>\n  <c>t</c>\n</a>\n", formatted);
+    const std::string plain = document.ToString({});
+    EXPECT_EQ("<?xml version=\"1.0\"?>\n<a>\n    <b x=\"1\"/>\n    <c>t</c>\n</a>\n", plain);
+
+    const int indent = xmlIndentTreeOutput;
+    const char* indentString = xmlTreeIndentString;
+    const int noEmpty = xmlSaveNoEmptyTags;
+    xmlIndentTreeOutput = 0;
+    xmlTreeIndentString = "\t";
+    xmlSaveNoEmptyTags = 1;
+    EXPECT_EQ(formatted, document.ToString({true, ""}));
+    EXPECT_EQ(plain, document.ToString({}));
+    // The host's settings are given back.
+    EXPECT_EQ(0, xmlIndentTreeOutput);
+    EXPECT_STREQ("\t", xmlTreeIndentString);
+    EXPECT_EQ(1, xmlSaveNoEmptyTags);
+    xmlIndentTreeOutput = indent;
+    xmlTreeIndentString = indentString;
+    xmlSaveNoEmptyTags = noEmpty;
+}
+
+TEST(DocumentToString, EmptyDocumentAndUnknownEncodingGiveNothing)
+{
+    tarn::XmlDocument document;
+    EXPECT_EQ("", document.ToString({}));
+    ASSERT_EQ(0, document.Load("<a>\xC3\xA9</a>", false));
+    EXPECT_EQ("", document.ToString({false, "no-such-encoding"}));
+    // Without a declared encoding xmllint writes non-ASCII as character references.
+    EXPECT_EQ("<?xml version=\"1.0\"?>\n<a>&#xE9;</a>\n", document.ToString({}));
+    EXPECT_EQ("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<a>\xE9</a>\n", document.ToString({false, "ISO-8859-1"}));
+}
+
+tarn::XmlNodePtr firstMatch(tarn::XmlDocument& document, const std::string& xpath, const tarn::XmlNamespaceBindings& ns)
+{
+    tarn::XPathNodeIterator* it = document.GetIterator(xpath, ns);
+    return it != nullptr ? it->GetFirst() : tarn::XmlNodePtr();
+}
+
+TEST(NodeNamespaces, InScopeDeclarationsNearestFirst)
+{
+    tarn::XmlDocument document;
+    ASSERT_EQ(0, document.Load(tarntest::readFile(kCorpus + "/10-prefixes.xml"), false));
+    const tarn::XmlNamespaceBindings ns = {{"i", "urn:example:inner"}, {"d", "urn:example:default"}};
+    const tarn::XmlNamespaceBindings atRoot = {
+        {"r", "urn:example:root"}, {"", "urn:example:default"}, {"x", "urn:example:x"}};
+    EXPECT_EQ(atRoot, document.GetRoot()->GetNamespacesInScope());
+    const tarn::XmlNamespaceBindings atInner = {
+        {"", "urn:example:inner"}, {"x", "urn:example:x2"}, {"r", "urn:example:root"}};
+    EXPECT_EQ(atInner, firstMatch(document, "//i:inner", ns)->GetNamespacesInScope());
+    // xmlns="" hides the outer default namespace and is not listed itself.
+    const tarn::XmlNamespaceBindings atLeaf = {{"x", "urn:example:x2"}, {"r", "urn:example:root"}};
+    EXPECT_EQ(atLeaf, firstMatch(document, "//leaf", ns)->GetNamespacesInScope());
+    // A text node sees the declarations of its element.
+    tarn::XmlNodePtr text = firstMatch(document, "//leaf", ns)->GetLastChild();
+    ASSERT_TRUE(text);
+    EXPECT_EQ(atLeaf, text->GetNamespacesInScope());
+    EXPECT_TRUE(tarn::XmlNode().GetNamespacesInScope().empty());
+}
+
+TEST(NodeFragment, MatchesXmlstarletCopyOf)
+{
+    if (!haveCommand("xmlstarlet"))
+        GTEST_SKIP() << "xmlstarlet not installed";
+    struct Case {
+        const char* file;
+        const char* prefix;
+        const char* uri;
+        const char* xpath;
+    };
+    const Case cases[] = {
+        {"10-prefixes.xml", "x", "urn:example:x", "//x:item"},
+        {"10-prefixes.xml", "i", "urn:example:inner", "//i:inner"},
+        {"10-prefixes.xml", "d", "urn:example:default", "//d:item"},
+        {"10-prefixes.xml", "x", "urn:example:x2", "//x:item"},
+        {"10-prefixes.xml", "r", "urn:example:root", "/r:root"},
+        {"10-prefixes.xml", "r", "urn:example:root", "//leaf"},
+        {"01-svg-namespaced.xml", "s", "http://www.w3.org/2000/svg", "//s:use"},
+        {"02-atom-feed.xml", "h", "http://www.w3.org/1999/xhtml", "//h:p"},
+        {"06-mixed-content.xml", "n", "unused", "//strong"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.file) + " " + c.xpath);
+        const std::string path = kCorpus + "/" + c.file;
+        tarn::XmlDocument document;
+        ASSERT_EQ(0, document.Load(tarntest::readFile(path), false));
+        std::string fragments;
+        tarn::XPathNodeIterator* it = document.GetIterator(c.xpath, {{c.prefix, c.uri}});
+        ASSERT_NE(nullptr, it);
+        for (tarn::XmlNodePtr n = it->GetFirst(); n; n = it->GetNext())
+            fragments += n->FragmentXml();
+        const std::string expected = run(std::string("xmlstarlet sel -N ") + c.prefix + "=" + c.uri + " -t -c '" +
+                                         c.xpath + "' '" + path + "'");
+        ASSERT_FALSE(expected.empty());
+        EXPECT_EQ(expected, fragments);
+    }
+}
+
+TEST(NodeFragment, LeavesTheTreeUnchanged)
+{
+    tarn::XmlDocument document;
+    ASSERT_EQ(0, document.Load(tarntest::readFile(kCorpus + "/10-prefixes.xml"), false));
+    const std::string before = document.ToString({});
+    tarn::XmlNodePtr inner = firstMatch(document, "//i:inner", {{"i", "urn:example:inner"}});
+    ASSERT_TRUE(inner);
+    EXPECT_NE(std::string::npos, inner->FragmentXml().find("xmlns:r=\"urn:example:root\""));
+    EXPECT_EQ(inner->OuterXml().find("xmlns:r="), std::string::npos);
+    EXPECT_EQ(before, document.ToString({}));
+    // A node with nothing to borrow keeps its own declarations.
+    EXPECT_EQ(document.GetRoot()->OuterXml(), document.GetRoot()->FragmentXml());
+    EXPECT_EQ(before, document.ToString({}));
+    EXPECT_EQ("", tarn::XmlNode().FragmentXml());
+}
+
+} // namespace
