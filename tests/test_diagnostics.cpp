@@ -4,6 +4,8 @@
 #include <libxml/xmlerror.h>
 
 #include <atomic>
+#include <cstdarg>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -147,6 +149,57 @@ TEST(Diagnostics, ReaderKeepsThemUntilTheNextOpen)
     reader.reset("<a/>");
     EXPECT_TRUE(reader.diagnostics().empty());
     EXPECT_TRUE(tarn::XmlReader().diagnostics().empty());
+}
+
+
+// A reader over text in memory still reports as libxml2 does without a handler of its own: to
+// the host's structured handler when one is set, otherwise through the generic error function.
+// Streaming readers print nothing.
+void appendGeneric(void* sink, const char* format, ...)
+{
+    char line[512];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(line, sizeof line, format, args);
+    va_end(args);
+    static_cast<std::string*>(sink)->append(line);
+}
+
+void countStructured(void* count, xmlErrorPtr) { ++*static_cast<int*>(count); }
+
+TEST(Diagnostics, InMemoryReaderStillReportsThroughLibxml2sHandlers)
+{
+    const std::string bad = "<a>\n<b></a>";
+    std::string printed;
+    int structured = 0;
+    auto readAll = [](tarn::XmlReader& reader) { while (reader.read()) {} };
+
+    xmlSetGenericErrorFunc(&printed, appendGeneric);
+    tarn::XmlReader reader(bad);
+    readAll(reader);
+    EXPECT_NE(printed.find(":2: parser error : Opening and ending tag mismatch: b line 2 and a\n<b></a>\n"),
+              std::string::npos) << printed;
+    EXPECT_FALSE(reader.diagnostics().empty());
+
+    printed.clear();
+    xmlSetStructuredErrorFunc(&structured, countStructured);
+    reader.reset(bad);
+    readAll(reader);
+    xmlSetStructuredErrorFunc(nullptr, nullptr);
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(structured, static_cast<int>(reader.diagnostics().size()));
+
+    const std::string path = ::testing::TempDir() + "diagnostics_stream.xml";
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    ASSERT_NE(file, nullptr);
+    std::fputs(bad.c_str(), file);
+    std::fclose(file);
+    ASSERT_TRUE(reader.openFile(path, tarn::XmlReaderOptions()));
+    readAll(reader);
+    xmlSetGenericErrorFunc(nullptr, nullptr);
+    std::remove(path.c_str());
+    EXPECT_EQ(printed, "");
+    EXPECT_FALSE(reader.diagnostics().empty());
 }
 
 } // namespace

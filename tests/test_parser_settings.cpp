@@ -151,7 +151,9 @@ TEST(ParserSettings, HostDefaultsNeitherSubstituteNorLoadNorPrint)
         StderrCapture capture(dir.path() + "/stderr.txt");
         const std::string read = everythingRead(xml) + everythingRead(xml);
         EXPECT_EQ(read.find(kMarker), std::string::npos) << read;
-        EXPECT_EQ(capture.text(), "");
+        // The in-memory reader reports its errors on standard error, as libxml2 does by default;
+        // none of them may quote the referenced file.
+        EXPECT_EQ(capture.text().find(kMarker), std::string::npos) << capture.text();
         EXPECT_EQ(g_loaderCalls, 0);
         char events[4096];
         EXPECT_LE(::read(watch, events, sizeof events), 0) << "a referenced file was opened";

@@ -6,6 +6,7 @@
 #include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
 
+#include <cstring>
 #include <mutex>
 
 namespace tarn {
@@ -129,18 +130,61 @@ void collectDiagnostic(DiagnosticSink& sink, const _xmlError* error)
 
 void collectDiagnosticHandler(void* sink, _xmlError* error)
 {
-    if (sink != nullptr)
-        collectDiagnostic(*static_cast<DiagnosticSink*>(sink), error);
-    forwardToHost(error);
+    DiagnosticSink* const target = static_cast<DiagnosticSink*>(sink);
+    if (target != nullptr)
+        collectDiagnostic(*target, error);
+    if (!forwardToHost(error) && target != nullptr && target->printWithoutHost)
+        printLikeLibxml2(error);
 }
 
-void forwardToHost(_xmlError* error)
+bool forwardToHost(_xmlError* error)
 {
     // The calling thread's structured handler, as libxml2 would have called it for a parse
     // without a handler of its own; null unless the host set one on this thread.
     const xmlStructuredErrorFunc host = xmlStructuredError;
-    if (host != nullptr && error != nullptr)
-        host(xmlStructuredErrorContext, error);
+    if (host == nullptr || error == nullptr)
+        return false;
+    host(xmlStructuredErrorContext, error);
+    return true;
+}
+
+void printLikeLibxml2(const _xmlError* error)
+{
+    if (error == nullptr || error->code == XML_ERR_OK || xmlGenericError == nullptr)
+        return;
+    const xmlGenericErrorFunc print = xmlGenericError;
+    void* const data = xmlGenericErrorContext;
+    // The input whose line is shown: an entity's input has no file name, so libxml2 shows the
+    // one it was referenced from.
+    const bool fromParser = error->domain == XML_FROM_PARSER || error->domain == XML_FROM_NAMESPACE ||
+                            error->domain == XML_FROM_DTD || error->domain == XML_FROM_IO ||
+                            error->domain == XML_FROM_VALID;
+    xmlParserCtxtPtr context = fromParser ? static_cast<xmlParserCtxtPtr>(error->ctxt) : nullptr;
+    xmlParserInputPtr input = nullptr;
+    if (context != nullptr && context->input != nullptr) {
+        input = context->input;
+        if (input->filename == nullptr && context->inputNr > 1)
+            input = context->inputTab[context->inputNr - 2];
+    }
+    if (error->file != nullptr)
+        print(data, "%s:%d: ", error->file, error->line);
+    else if (error->line != 0 && error->domain == XML_FROM_PARSER)
+        print(data, "Entity: line %d: ", error->line);
+    switch (error->domain) {
+    case XML_FROM_PARSER: print(data, "parser "); break;
+    case XML_FROM_NAMESPACE: print(data, "namespace "); break;
+    case XML_FROM_DTD:
+    case XML_FROM_VALID: print(data, "validity "); break;
+    case XML_FROM_IO: print(data, "I/O "); break;
+    case XML_FROM_MEMORY: print(data, "memory "); break;
+    default: break;
+    }
+    print(data, error->level == XML_ERR_WARNING ? "warning : " : "error : ");
+    const char* const message = error->message != nullptr ? error->message : "out of memory error";
+    const std::size_t length = std::strlen(message);
+    print(data, length > 0 && message[length - 1] == '\n' ? "%s" : "%s\n", message);
+    if (input != nullptr)
+        xmlParserPrintFileContext(input);
 }
 
 void configureDocumentContext(_xmlParserCtxt* context, DiagnosticSink* sink)

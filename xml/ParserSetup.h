@@ -49,6 +49,11 @@ public:
 struct DiagnosticSink {
     XmlDiagnostics* list = nullptr;
     const std::string* source = nullptr;
+    // The reader over text in memory reports its errors as a reader without a handler of its own
+    // would: to the host's structured handler when there is one, otherwise printed through
+    // libxml2's generic error function (standard error by default). The other parses only
+    // forward to the host's handler.
+    bool printWithoutHost = false;
 };
 
 // Appends `error` to `sink` (dropped past kMaxDiagnostics, and when its level is "none").
@@ -62,8 +67,12 @@ void collectDiagnosticHandler(void* sink, _xmlError* error);
 // (xmlSetStructuredErrorFunc), if any, as libxml2 did before the library had handlers of its
 // own: callers that captured the library's errors that way keep seeing them. libxml2 keeps that
 // handler per thread, so a thread never sees another thread's errors; nothing is printed when
-// the host set none.
-void forwardToHost(_xmlError* error);
+// the host set none. Returns whether there was such a handler.
+bool forwardToHost(_xmlError* error);
+
+// Prints `error` through the calling thread's generic error function in the layout of libxml2's
+// own default report ("FILE:LINE: parser error : message", then the line of input with a caret).
+void printLikeLibxml2(const _xmlError* error);
 
 // Puts every setting of a document parse on `context` explicitly: no option bit inherited from
 // the defaults, no external subset or entity resolved through the SAX handler, and the errors

@@ -89,6 +89,7 @@ void XmlReader::reset()
     if (text.empty())
         return;
     detail::ReaderExtras& state = detail::beginRead(extras, std::string());
+    state.sink.printWithoutHost = true;
     // libxml2 reads the characters of `text` in place; they stay untouched until the next
     // reset(text), which frees this reader first. The reader is made with the host's parser
     // defaults set aside (ParserSetup.h).

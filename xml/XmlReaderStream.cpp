@@ -25,6 +25,7 @@ ReaderExtras& beginRead(std::unique_ptr<ReaderExtras>& extras, const std::string
     extras->source = source;
     extras->sink.list = &extras->diagnostics;
     extras->sink.source = &extras->source;
+    extras->sink.printWithoutHost = false;
     return *extras;
 }
 

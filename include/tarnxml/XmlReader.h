@@ -12,10 +12,13 @@
 //   libxml2's error results and missing strings become neutral values: movements and predicates
 //   give false, numbers 0 (state() gives -1 when closed), texts "". read() returns false both at
 //   the end and after a parse error; state() tells them apart (XML_TEXTREADER_MODE_EOF = 3,
-//   XML_TEXTREADER_MODE_ERROR = 2). Parse errors are not thrown and not printed: each reader
-//   collects them through a structured error handler of its own (diagnostics()); libxml2's
-//   default handler never prints them. A structured handler the host set on the reading thread
-//   (xmlSetStructuredErrorFunc) still receives each one.
+//   XML_TEXTREADER_MODE_ERROR = 2). Parse errors are not thrown: each reader collects them
+//   through a structured error handler of its own (diagnostics()). Beyond that, a reader over
+//   text in memory reports each one as libxml2 does by default: to the structured handler the
+//   host set on the reading thread (xmlSetStructuredErrorFunc), or, without one, printed in
+//   libxml2's layout through the thread's generic error function (standard error unless
+//   silenced with xmlSetGenericErrorFunc). A streaming reader (openFile, openFd) only forwards
+//   to the host's structured handler and prints nothing.
 //   Options are libxml2's defaults (options 0): no entity substitution, no DTD loading, no
 //   validation. They hold whatever the host process set as libxml2's global defaults: the reader
 //   is made with those defaults set aside and its parser properties set explicitly, and no file
