@@ -5,6 +5,12 @@
 //                                       peak resident size; MODE is text (generate only),
 //                                       raw (xmlReadMemory) or library (XmlDocument::Load).
 //                                       Run each under /usr/bin/time -v for an outside view.
+//   bench_document --peak=MODE:INPUT    the same for the load comparison: MODE is also readonly
+//                                       (Load with XmlLoadOptions::readOnly), rawdict
+//                                       (xmlReadMemory with the dictionary) or pugi (pugixml's
+//                                       load_buffer); INPUT is generated20 (default),
+//                                       generated100 (100 MB) or freedesktop. Prints the load's
+//                                       CPU time too.
 #include <benchmark/benchmark.h>
 
 #include <sys/resource.h>
@@ -13,9 +19,12 @@
 #include <cstring>
 #include <string>
 
+#include <ctime>
+
 #include <fmt/format.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <pugixml.hpp>
 
 #include "BenchSupport.h"
 #include "tarnxml/XmlDocument.h"
@@ -31,11 +40,11 @@ const std::string& freedesktop()
     return text;
 }
 
-// About 20 MB of records with attributes, escaped text and some non-ASCII UTF-8.
-std::string generateDocument()
+// About 20 MB (or `megabytes`) of records with attributes, escaped text and some non-ASCII UTF-8.
+std::string generateDocument(std::size_t megabytes = 20)
 {
     std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<catalog>\n";
-    for (int i = 0; text.size() < 20u * 1024 * 1024; ++i)
+    for (int i = 0; text.size() < megabytes * 1024 * 1024; ++i)
         text += fmt::format("  <item id=\"{0}\" kind=\"k{1}\"><name>name {0} \xc3\xa9t\xc3\xa9</name>"
                             "<value>{2}</value><note>a &amp; b &lt; c</note></item>\n",
                             i, i % 7, i * 3);
@@ -93,6 +102,64 @@ void Load_Raw(benchmark::State& state)
         benchmark::DoNotOptimize(doc);
     }
     xmlFreeDoc(doc);
+    setBytes(state, text);
+}
+
+// --- Read-only load: the library's readOnly Load against raw libxml2 with the dictionary, and
+// pugixml's parse of the same text (LoadReadOnly_Pugi, printed beside the ratios).
+
+void LoadReadOnly_Library(benchmark::State& state)
+{
+    const std::string& text = input(static_cast<int>(state.range(0)));
+    if (text.empty()) {
+        state.SkipWithError("input missing");
+        return;
+    }
+    tarn::XmlLoadOptions options;
+    options.readOnly = true;
+    tarn::XmlDocumentPtr doc = tarn::CreateXmlDocument();
+    for (auto _ : state) {
+        if (doc->Load(text, options) != 0)
+            state.SkipWithError("load failed");
+        benchmark::DoNotOptimize(doc.get());
+    }
+    setBytes(state, text);
+}
+
+void LoadReadOnly_Raw(benchmark::State& state)
+{
+    const std::string& text = input(static_cast<int>(state.range(0)));
+    if (text.empty()) {
+        state.SkipWithError("input missing");
+        return;
+    }
+    xmlDoc* doc = nullptr;
+    for (auto _ : state) {
+        if (doc != nullptr)
+            xmlFreeDoc(doc);
+        doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), "dummy.xml", nullptr,
+                            kParseOptions & ~XML_PARSE_NODICT);
+        if (doc == nullptr)
+            state.SkipWithError("parse failed");
+        benchmark::DoNotOptimize(doc);
+    }
+    xmlFreeDoc(doc);
+    setBytes(state, text);
+}
+
+void LoadReadOnly_Pugi(benchmark::State& state)
+{
+    const std::string& text = input(static_cast<int>(state.range(0)));
+    if (text.empty()) {
+        state.SkipWithError("input missing");
+        return;
+    }
+    for (auto _ : state) {
+        pugi::xml_document doc;
+        if (!doc.load_buffer(text.data(), text.size()))
+            state.SkipWithError("parse failed");
+        benchmark::DoNotOptimize(doc.first_child().internal_object());
+    }
     setBytes(state, text);
 }
 
@@ -252,6 +319,9 @@ BENCHMARK(Build_CreateAndMove_Paired)->Unit(benchmark::kMillisecond)->Repetition
 BENCHMARK(Build_AddChildInt_Paired)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(Load_Library)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(Load_Raw)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(LoadReadOnly_Library)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(LoadReadOnly_Raw)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(LoadReadOnly_Pugi)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(OuterXml_Library)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(OuterXml_Raw)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(Build_AddChildInt_Library)->Unit(benchmark::kMillisecond);
@@ -297,6 +367,9 @@ void printRatios(const tarnbench::TimesReporter& reporter)
                                    tarnbench::timeText(raw->cpu * 1e6) + " raw");
     }
     for (const auto& entry : reporter.all())
+        if (entry.first.rfind("LoadReadOnly_Pugi", 0) == 0)
+            std::printf("  %-40s %.2f ms (pugixml)\n", entry.first.c_str(), entry.second.cpu);
+    for (const auto& entry : reporter.all())
         if (entry.first.rfind("Build_", 0) == 0 && entry.first.find("_Paired") == std::string::npos)
             std::printf("  %-40s %.1f ns per element\n", entry.first.c_str(),
                         entry.second.cpu * 1e6 / kTreeElements); // times are in milliseconds
@@ -321,25 +394,47 @@ long peakKilobytes()
     return usage.ru_maxrss;
 }
 
-int peakMode(const char* mode)
+double cpuSeconds()
 {
-    const std::string& text = generated();
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+int peakMode(const char* argument)
+{
+    const std::string spec(argument);
+    const std::string::size_type colon = spec.find(':');
+    const std::string mode = spec.substr(0, colon);
+    const std::string which = colon == std::string::npos ? "generated20" : spec.substr(colon + 1);
+    std::string made;
+    if (which == "generated100")
+        made = generateDocument(100);
+    const std::string& text = which == "freedesktop" ? freedesktop() : which == "generated100" ? made : generated();
     const long before = peakKilobytes();
-    if (std::strcmp(mode, "raw") == 0) {
-        xmlDoc* doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), "dummy.xml", nullptr, kParseOptions);
+    const double start = cpuSeconds();
+    if (mode == "raw" || mode == "rawdict") {
+        const int options = mode == "raw" ? kParseOptions : (kParseOptions & ~XML_PARSE_NODICT);
+        xmlDoc* doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), "dummy.xml", nullptr, options);
         if (doc == nullptr)
             return 1;
         xmlFreeDoc(doc);
-    } else if (std::strcmp(mode, "library") == 0) {
+    } else if (mode == "library" || mode == "readonly") {
+        tarn::XmlLoadOptions options;
+        options.readOnly = mode == "readonly";
         tarn::XmlDocumentPtr doc = tarn::CreateXmlDocument();
-        if (doc->Load(text, false) != 0)
+        if (doc->Load(text, options) != 0)
             return 1;
-    } else if (std::strcmp(mode, "text") != 0) {
-        std::fprintf(stderr, "unknown --peak mode %s\n", mode);
+    } else if (mode == "pugi") {
+        pugi::xml_document doc;
+        if (!doc.load_buffer(text.data(), text.size()))
+            return 1;
+    } else if (mode != "text") {
+        std::fprintf(stderr, "unknown --peak mode %s\n", mode.c_str());
         return 2;
     }
-    std::printf("peak=%s input=%zu bytes peak_rss_before_kb=%ld peak_rss_kb=%ld\n", mode, text.size(), before,
-                peakKilobytes());
+    std::printf("peak=%s input=%s %zu bytes load_cpu_ms=%.0f peak_rss_before_kb=%ld peak_rss_kb=%ld\n",
+                mode.c_str(), which.c_str(), text.size(), (cpuSeconds() - start) * 1e3, before, peakKilobytes());
     return 0;
 }
 

@@ -208,6 +208,154 @@ BENCHMARK(BM_RawCopy)->Name("reader/raw_copy")->Arg(0)->Arg(1)->Unit(benchmark::
 BENCHMARK(BM_RawConst)->Name("reader/raw_const")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Ratio)->Name("reader/ratio")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
+// --- Streaming: XmlReader::openFd against a raw xmlReaderForFd walk ------------------------------
+//   reader/stream_ratio  - both walks over the same file back to back, name() and value() copied
+//                          at every node as in the in-memory walks; vs_raw_fd = raw / library
+//   reader/stream_memory - the library streams a generated file of N MB; peak_rss_mb is the
+//                          process's high-water mark after the walk (runs in increasing size, so
+//                          a flat figure means constant memory). TARNXML_BENCH_STREAM_MB=1000 adds
+//                          a 1 GB run (written to $TMPDIR and removed afterwards).
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+// A temporary file holding `megabytes` of the generated catalogue (repeated), removed at exit.
+class GeneratedFile {
+public:
+    explicit GeneratedFile(std::size_t megabytes)
+    {
+        const char* dir = std::getenv("TMPDIR");
+        path_ = std::string(dir != nullptr ? dir : "/tmp") + "/tarnxml-bench-XXXXXX";
+        const int fd = ::mkstemp(&path_[0]);
+        const std::string& body = input(1);
+        const std::string open = "<stream xmlns:c=\"urn:catalog\">\n";
+        // The catalogue's items without its own declaration and root, repeated.
+        const std::string::size_type first = body.find("  <c:item");
+        const std::string::size_type last = body.rfind("</catalog>");
+        const std::string items = body.substr(first, last - first);
+        std::string head = open;
+        ssize_t ignored = ::write(fd, head.data(), head.size());
+        std::size_t written = head.size();
+        while (written < megabytes * 1000000) {
+            ignored = ::write(fd, items.data(), items.size());
+            written += items.size();
+        }
+        const std::string close = "</stream>\n";
+        ignored = ::write(fd, close.data(), close.size());
+        (void)ignored;
+        ::close(fd);
+    }
+    ~GeneratedFile() { std::remove(path_.c_str()); }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+const std::string& streamFile()
+{
+    static const GeneratedFile file(8);
+    return file.path();
+}
+
+std::size_t walkStreamLibrary(int fd, std::size_t& bytes)
+{
+    ::lseek(fd, 0, SEEK_SET);
+    tarn::XmlReader reader;
+    reader.openFd(fd, tarn::XmlReaderOptions());
+    std::size_t nodes = 0;
+    while (reader.read()) {
+        const std::string name = reader.name();
+        const std::string value = reader.value();
+        bytes += name.size() + value.size();
+        ++nodes;
+    }
+    return nodes;
+}
+
+std::size_t walkStreamRaw(int fd, std::size_t& bytes)
+{
+    ::lseek(fd, 0, SEEK_SET);
+    xmlTextReaderPtr reader = xmlReaderForFd(fd, "", nullptr, 0);
+    std::size_t nodes = 0;
+    while (xmlTextReaderRead(reader) == 1) {
+        const std::string name = ownedCopy(xmlTextReaderName(reader));
+        const std::string value = ownedCopy(xmlTextReaderValue(reader));
+        bytes += name.size() + value.size();
+        ++nodes;
+    }
+    xmlFreeTextReader(reader);
+    return nodes;
+}
+
+void BM_StreamRatio(benchmark::State& state)
+{
+    const int fd = ::open(streamFile().c_str(), O_RDONLY);
+    double bestLibrary = 1e30;
+    double bestRaw = 1e30;
+    std::size_t bytes = 0;
+    std::size_t nodes = 0;
+    bool libraryFirst = true;
+    for (auto _ : state) {
+        // Alternating the order keeps whatever the first walk pays (page cache, heap) off one side.
+        for (int turn = 0; turn < 2; ++turn) {
+            const double start = threadCpuSeconds();
+            if ((turn == 0) == libraryFirst)
+                nodes = walkStreamLibrary(fd, bytes);
+            else
+                walkStreamRaw(fd, bytes);
+            const double spent = threadCpuSeconds() - start;
+            double& best = (turn == 0) == libraryFirst ? bestLibrary : bestRaw;
+            best = std::min(best, spent);
+        }
+        libraryFirst = !libraryFirst;
+    }
+    ::close(fd);
+    benchmark::DoNotOptimize(bytes);
+    state.counters["nodes"] = static_cast<double>(nodes);
+    state.counters["library_ms"] = bestLibrary * 1e3;
+    state.counters["raw_fd_ms"] = bestRaw * 1e3;
+    state.counters["vs_raw_fd"] = bestRaw / bestLibrary;
+}
+
+void BM_StreamMemory(benchmark::State& state)
+{
+    const GeneratedFile file(static_cast<std::size_t>(state.range(0)));
+    std::size_t bytes = 0;
+    std::size_t nodes = 0;
+    for (auto _ : state) {
+        tarn::XmlReader reader;
+        reader.openFile(file.path(), tarn::XmlReaderOptions());
+        nodes = 0;
+        while (reader.read()) {
+            bytes += reader.name().size() + reader.value().size();
+            ++nodes;
+        }
+    }
+    benchmark::DoNotOptimize(bytes);
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    state.counters["nodes"] = static_cast<double>(nodes);
+    state.counters["peak_rss_mb"] = static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
+const bool g_streamMemoryRegistered = [] {
+    benchmark::internal::Benchmark* b = benchmark::RegisterBenchmark("reader/stream_memory", BM_StreamMemory);
+    b->Arg(10)->Arg(100)->Iterations(1)->Unit(benchmark::kMillisecond);
+    if (const char* extra = std::getenv("TARNXML_BENCH_STREAM_MB"))
+        b->Arg(std::atol(extra));
+    return true;
+}();
+
+} // namespace
+
+BENCHMARK(BM_StreamRatio)->Name("reader/stream_ratio")->Unit(benchmark::kMillisecond)->MinTime(3.0);
+
 int main(int argc, char** argv)
 {
     return tarnbench::runBenchmarks(argc, argv, [](const tarnbench::TimesReporter& reporter) {
@@ -222,5 +370,12 @@ int main(int argc, char** argv)
             tarnbench::summary(std::string("reader name()+value() walk vs raw copying loop, ") + inputName(which),
                                tarnbench::ratioText(ratio), ">= 0.98", detail);
         }
+        const std::string stream = "reader/stream_ratio/min_time:3.000";
+        const double streamRatio = reporter.counter(stream, "vs_raw_fd");
+        if (streamRatio > 0)
+            tarnbench::summary("streaming reader (openFd) walk vs raw xmlReaderForFd walk",
+                               tarnbench::ratioText(streamRatio), ">= 0.95",
+                               tarnbench::timeText(reporter.counter(stream, "library_ms") * 1e6) + " vs " +
+                                   tarnbench::timeText(reporter.counter(stream, "raw_fd_ms") * 1e6) + " raw");
     });
 }

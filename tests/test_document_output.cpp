@@ -10,10 +10,11 @@
 
 #include <libxml/globals.h>
 
+#include <strings.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <algorithm>
-#include <cctype>
 #include <string>
 #include <vector>
 
@@ -21,12 +22,7 @@ namespace {
 
 const std::string kCorpus = std::string(TARNXML_SOURCE_DIR) + "/tests/data/corpus";
 
-bool haveCommand(const char* name)
-{
-    return std::system((std::string("command -v ") + name + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-// Standard output of a shell command, byte for byte.
+// Standard output of a shell command, byte for byte ("" also when it cannot run).
 std::string run(const std::string& command)
 {
     std::string out;
@@ -54,27 +50,18 @@ std::vector<std::string> corpusFiles()
 // The encoding the file's declaration names, "" when none.
 std::string declaredEncoding(const std::string& text)
 {
-    if (text.compare(0, 5, "<?xml") != 0)
-        return std::string();
-    const std::string declaration = text.substr(0, text.find("?>"));
+    const std::string declaration = text.compare(0, 5, "<?xml") == 0 ? text.substr(0, text.find("?>")) : "";
     const std::string::size_type at = declaration.find("encoding=");
     if (at == std::string::npos || at + 10 > declaration.size())
         return std::string();
-    const char quote = declaration[at + 9];
-    const std::string::size_type start = at + 10;
-    return declaration.substr(start, declaration.find(quote, start) - start);
+    return declaration.substr(at + 10, declaration.find(declaration[at + 9], at + 10) - at - 10);
 }
 
-bool isUtf8Name(std::string name)
-{
-    for (char& c : name)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return name.empty() || name == "UTF-8";
-}
+bool isUtf8Name(const std::string& name) { return name.empty() || ::strcasecmp(name.c_str(), "UTF-8") == 0; }
 
 TEST(DocumentToString, CorpusIsByteIdenticalToXmllint)
 {
-    if (!haveCommand("xmllint"))
+    if (run("command -v xmllint").empty())
         GTEST_SKIP() << "xmllint not installed";
     const std::vector<std::string> files = corpusFiles();
     ASSERT_GE(files.size(), 10u);
@@ -85,10 +72,7 @@ TEST(DocumentToString, CorpusIsByteIdenticalToXmllint)
         const std::string text = isUtf8Name(declared) ? original : run("xmllint --encode UTF-8 '" + file + "'");
         tarn::XmlDocument document;
         ASSERT_EQ(0, document.Load(text, false)) << file;
-        struct Case {
-            bool format;
-            std::string encoding;
-        };
+        struct Case { bool format; std::string encoding; };
         const std::string keep = isUtf8Name(declared) ? "" : declared;
         for (const Case& c : {Case{false, keep}, Case{true, keep}, Case{false, "ISO-8859-1"}, Case{true, "UTF-16"}}) {
             SCOPED_TRACE(file + (c.format ? " --format" : "") + " encoding '" + c.encoding + "'");
@@ -113,9 +97,8 @@ TEST(DocumentToString, IgnoresHostOutputSettingsAndKeepsTheTree)
     const std::string plain = document.ToString({});
     EXPECT_EQ("<?xml version=\"1.0\"?>\n<a>\n    <b x=\"1\"/>\n    <c>t</c>\n</a>\n", plain);
 
-    const int indent = xmlIndentTreeOutput;
+    const int indent = xmlIndentTreeOutput, noEmpty = xmlSaveNoEmptyTags;
     const char* indentString = xmlTreeIndentString;
-    const int noEmpty = xmlSaveNoEmptyTags;
     xmlIndentTreeOutput = 0;
     xmlTreeIndentString = "\t";
     xmlSaveNoEmptyTags = 1;
@@ -152,17 +135,15 @@ TEST(NodeNamespaces, InScopeDeclarationsNearestFirst)
     tarn::XmlDocument document;
     ASSERT_EQ(0, document.Load(tarntest::readFile(kCorpus + "/10-prefixes.xml"), false));
     const tarn::XmlNamespaceBindings ns = {{"i", "urn:example:inner"}, {"d", "urn:example:default"}};
-    const tarn::XmlNamespaceBindings atRoot = {
-        {"r", "urn:example:root"}, {"", "urn:example:default"}, {"x", "urn:example:x"}};
-    EXPECT_EQ(atRoot, document.GetRoot()->GetNamespacesInScope());
-    const tarn::XmlNamespaceBindings atInner = {
-        {"", "urn:example:inner"}, {"x", "urn:example:x2"}, {"r", "urn:example:root"}};
-    EXPECT_EQ(atInner, firstMatch(document, "//i:inner", ns)->GetNamespacesInScope());
+    EXPECT_EQ((tarn::XmlNamespaceBindings{{"r", "urn:example:root"}, {"", "urn:example:default"}, {"x", "urn:example:x"}}),
+              document.GetRoot()->GetNamespacesInScope());
+    EXPECT_EQ((tarn::XmlNamespaceBindings{{"", "urn:example:inner"}, {"x", "urn:example:x2"}, {"r", "urn:example:root"}}),
+              firstMatch(document, "//i:inner", ns)->GetNamespacesInScope());
     // xmlns="" hides the outer default namespace and is not listed itself.
     const tarn::XmlNamespaceBindings atLeaf = {{"x", "urn:example:x2"}, {"r", "urn:example:root"}};
     EXPECT_EQ(atLeaf, firstMatch(document, "//leaf", ns)->GetNamespacesInScope());
     // A text node sees the declarations of its element.
-    tarn::XmlNodePtr text = firstMatch(document, "//leaf", ns)->GetLastChild();
+    const tarn::XmlNodePtr text = firstMatch(document, "//leaf", ns)->GetLastChild();
     ASSERT_TRUE(text);
     EXPECT_EQ(atLeaf, text->GetNamespacesInScope());
     EXPECT_TRUE(tarn::XmlNode().GetNamespacesInScope().empty());
@@ -170,14 +151,9 @@ TEST(NodeNamespaces, InScopeDeclarationsNearestFirst)
 
 TEST(NodeFragment, MatchesXmlstarletCopyOf)
 {
-    if (!haveCommand("xmlstarlet"))
+    if (run("command -v xmlstarlet").empty())
         GTEST_SKIP() << "xmlstarlet not installed";
-    struct Case {
-        const char* file;
-        const char* prefix;
-        const char* uri;
-        const char* xpath;
-    };
+    struct Case { const char* file; const char* prefix; const char* uri; const char* xpath; };
     const Case cases[] = {
         {"10-prefixes.xml", "x", "urn:example:x", "//x:item"},
         {"10-prefixes.xml", "i", "urn:example:inner", "//i:inner"},

@@ -3,7 +3,6 @@
 // serialise their own nodes through the shared scratch document and then query them.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <new>
 #include <string>
 #include <thread>
@@ -75,11 +74,10 @@ TEST(DeepTree, CloneCopyMoveSerialiseAndQueryNeverRecurse)
     EXPECT_EQ(copied->GetRoot()->OuterXml(), "<r>" + outer + "</r>");
     tarn::XPathNodeIterator* query = copied->GetIterator("//*[@i='1']");
     ASSERT_NE(query, nullptr);
-    const XmlNodePtr found = query->GetFirst();
+    const XmlNodePtr found = query->GetFirst(); // the second deepest, with one child
     EXPECT_TRUE(found && found->GetChild() && !found->GetChild()->GetChild());
     EXPECT_FALSE(query->GetNext());
-    const std::string whole = moved->SerializeOuterXml();
-    EXPECT_EQ(whole, "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n" + outer + "\n");
+    EXPECT_EQ(moved->SerializeOuterXml(), "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n" + outer + "\n");
     EXPECT_EQ(document->GetRoot()->OuterXml(), "<r/>");
     moved->Remove(); // serialised, it left the document, which no longer frees it
 
@@ -167,21 +165,14 @@ TEST(LoadCleanUp, ExceptionThroughTheParseLeaksNothing)
     EXPECT_EQ(document.Load("<r/>", false), 0);
 }
 
-// Every node and attribute of the subtree under `node`, in no particular order.
-void forEachNode(xmlNode* node, const std::function<void(xmlNode*)>& visit)
+// Every node and attribute of the (small: this recurses) subtree under `node`.
+void collect(xmlNode* node, std::vector<xmlNode*>& out)
 {
-    std::vector<xmlNode*> pending{node};
-    while (!pending.empty()) {
-        xmlNode* at = pending.back();
-        pending.pop_back();
-        visit(at);
-        if (at->type != XML_ELEMENT_NODE)
-            continue;
-        for (xmlAttr* a = at->properties; a; a = a->next)
-            visit(reinterpret_cast<xmlNode*>(a));
-        for (xmlNode* child = at->children; child; child = child->next)
-            pending.push_back(child);
-    }
+    out.push_back(node);
+    for (xmlAttr* a = node->properties; a; a = a->next) // null for all but elements
+        out.push_back(reinterpret_cast<xmlNode*>(a));
+    for (xmlNode* child = node->children; child; child = child->next)
+        collect(child, out);
 }
 
 TEST(ScratchDocument, SerialisedSubtreeGoesBackToItsOwnDocument)
@@ -196,12 +187,11 @@ TEST(ScratchDocument, SerialisedSubtreeGoesBackToItsOwnDocument)
     struct Case { XmlNodePtr node; xmlDoc* owner; };
     for (const Case& c : {Case{created, nullptr}, Case{created->Clone(), nullptr}, Case{loaded, loadedDoc}}) {
         EXPECT_NE(c.node->SerializeOuterXml().find("<b y=\"2\">"), std::string::npos);
-        int seen = 0;
-        forEachNode(c.node->getlibXML2Node(), [&](xmlNode* n) {
-            ++seen;
+        std::vector<xmlNode*> nodes;
+        collect(c.node->getlibXML2Node(), nodes);
+        EXPECT_GE(nodes.size(), 4u);
+        for (xmlNode* n : nodes)
             EXPECT_EQ(n->doc, c.owner) << n->name;
-        });
-        EXPECT_GE(seen, 4);
         EXPECT_EQ(c.node->getlibXML2Node()->parent, nullptr);
     }
     // Taken out of the document by the serialisation, the element is no longer freed with it.

@@ -1,6 +1,7 @@
 // XmlDocument: parsing text into an owned libxml2 tree, the shared root handle, the factories.
 #include "tarnxml/XmlDocument.h"
 
+#include "ParserSetup.h"
 #include "tarnxml/XmlHelper.h"
 #include "tarnxml/XmlIterators.h"
 
@@ -10,6 +11,7 @@
 #include <libxml/tree.h>
 
 #include <climits>
+#include <memory>
 
 namespace tarn {
 
@@ -54,19 +56,49 @@ void XmlDocument::reset()
 
 int XmlDocument::Load(const std::string& text, bool recover)
 {
+    XmlLoadOptions options;
+    options.recover = recover;
+    return Load(text, options);
+}
+
+int XmlDocument::Load(const std::string& text, const XmlLoadOptions& options)
+{
+    diagnostics.clear();
+    repaired = false;
     std::string scratch;
-    const XmlHelper::TextView clean = XmlHelper::sanitize(text, scratch);
+    const char* data = text.data();
+    std::size_t size = text.size();
+    if (options.sanitize) {
+        const XmlHelper::TextView clean = XmlHelper::sanitize(text, scratch);
+        // The view refers to the caller's text unless the gate had to repair it.
+        repaired = !text.empty() && clean.data != text.data();
+        data = clean.data;
+        size = clean.size;
+    }
     reset();
-    if (clean.size == 0 || clean.size > static_cast<unsigned int>(INT_MAX))
+    if (size == 0 || size > static_cast<std::size_t>(INT_MAX))
         return -1;
-    const int options = recover ? (kParseOptions | XML_PARSE_RECOVER) : kParseOptions;
+    int parseOptions = options.recover ? (kParseOptions | XML_PARSE_RECOVER) : kParseOptions;
+    if (options.huge)
+        parseOptions |= XML_PARSE_HUGE;
+    if (options.readOnly)
+        parseOptions &= ~XML_PARSE_NODICT;
+    // The host's parser defaults are set aside while the context is made and used, and every
+    // setting the parse relies on is put on the context itself (ParserSetup.h).
+    const detail::ParserDefaults defaults;
+    const detail::LibraryParse gate;
+    detail::DiagnosticSink sink;
+    sink.list = &diagnostics;
+    sink.source = &options.sourceName;
+    // The context is freed on every path, an exception unwinding through libxml2 included,
+    // together with any partial tree the parse left in it (ParserContext.h).
+    const detail::ParserContext context(xmlNewParserCtxt());
+    if (!context)
+        return -1;
+    detail::configureDocumentContext(context.get(), &sink);
     try {
-        // xmlReadMemory with the context in our hands, so that it is freed even when an
-        // exception unwinds through the parse.
-        const detail::ParserContext context(xmlNewParserCtxt());
-        if (context)
-            doc = xmlCtxtReadMemory(context.get(), clean.data, static_cast<int>(clean.size), kDocumentUrl, nullptr,
-                                    options);
+        doc = xmlCtxtReadMemory(context.get(), data, static_cast<int>(size), kDocumentUrl, nullptr,
+                                parseOptions);
     } catch (...) {
         // Nothing may escape a parse (an allocation failure in a callback, say): the document
         // simply stays empty.
@@ -74,6 +106,10 @@ int XmlDocument::Load(const std::string& text, bool recover)
     }
     return doc != nullptr ? 0 : -1;
 }
+
+const XmlDiagnostics& XmlDocument::GetDiagnostics() const { return diagnostics; }
+
+bool XmlDocument::WasRepaired() const { return repaired; }
 
 XmlNodePtr XmlDocument::GetRoot()
 {

@@ -2,6 +2,7 @@
 // Every call goes straight to libxml2's property functions; nothing is cached.
 #include "tarnxml/XmlNode.h"
 
+#include "EntityText.h"
 #include "ValueText.h"
 #include "tarn/shared.h"
 #include "tarnxml/XmlHelper.h"
@@ -17,30 +18,21 @@ namespace {
 
 const xmlChar* xmlText(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
 
-// Releases a string that libxml2 allocated, also when copying it out throws.
-struct LibxmlStringFree {
-    void operator()(xmlChar* text) const { xmlFree(text); }
-};
-typedef std::unique_ptr<xmlChar, LibxmlStringFree> LibxmlString;
-
 } // namespace
 
 std::string XmlNode::GetAttribute(const std::string& name) const
 {
-    std::string result;
     if (!node)
-        return result;
-    // The name is looked up as given: reads never repair it.
-    const LibxmlString value(xmlGetProp(node, xmlText(name.c_str())));
-    if (value)
-        result.assign(reinterpret_cast<const char*>(value.get()));
-    return result;
+        return std::string();
+    // The name is looked up as given: reads never repair it. The value is xmlGetProp's, read in
+    // linear time through entity references (EntityText.h).
+    return detail::attributeText(node, name.c_str());
 }
 
 bool XmlNode::HasAttribute(const std::string& name) const
 {
-    // An attribute that is present with an empty value reads as absent.
-    return !GetAttribute(name).empty();
+    // An attribute that is present with an empty value reads as absent; nothing is copied.
+    return node != nullptr && detail::attributeHasText(node, name.c_str());
 }
 
 int XmlNode::SetAttribute(const std::string& name, const std::string& value)

@@ -2,6 +2,7 @@
 #include "tarnxml/XmlNode.h"
 
 #include "Diagnostics.h"
+#include "DictStrings.h"
 #include "TreeWalk.h"
 #include "ValueText.h"
 #include "tarn/shared.h"
@@ -158,6 +159,8 @@ int XmlNode::AddChild(const XmlNodePtr& moved)
     if (wouldEncloseItself(node, cur) || isNamespaceDeclaration(node) || isNamespaceDeclaration(cur))
         return -1;
     const bool ownedByMoved = moved->createdNode == cur;
+    // A node leaving a read-only document takes no dictionary strings along (DictStrings.h).
+    detail::releaseDictionaryStrings(cur, node->doc);
     xmlUnlinkNode(cur);
     // Into this node's document first, without recursion: libxml2 would re-point a subtree
     // from another document (or none) recursively.
@@ -192,6 +195,7 @@ int XmlNode::AddSibling(const XmlNodePtr& moved)
     // neighbour, freeing it); it refuses to place the last child after itself, which leaves
     // everything as it was.
     const bool ownedByMoved = moved->createdNode == cur;
+    detail::releaseDictionaryStrings(cur, node->doc);
     if (cur != lastChild)
         detail::setTreeDoc(cur, lastChild->doc); // as in AddChild: no recursion in libxml2
     if (xmlAddNextSibling(lastChild, cur) == nullptr)

@@ -3,6 +3,7 @@
 #include "tarnxml/XmlNode.h"
 
 #include "Diagnostics.h"
+#include "DictStrings.h"
 #include "Lifecycle.h"
 #include "TreeWalk.h"
 #include "tarn/shared.h"
@@ -109,6 +110,8 @@ std::string XmlNode::SerializeOuterXml() const
     // A failed start-up leaves no scratch document: nothing can be written.
     if (g_tempDoc == nullptr)
         return result;
+    // A node of a read-only document leaves it for good: it takes no dictionary strings along.
+    detail::releaseDictionaryStrings(node, g_tempDoc);
     const ScratchDocumentRelease release(g_tempDoc, node);
     // Takes the node out of its tree and points its subtree at the scratch document (here
     // first, without recursion, so that libxml2 finds nothing left to re-point). A handle

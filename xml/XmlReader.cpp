@@ -5,6 +5,9 @@
 // each libxml2 function treats a null reader.
 #include "tarnxml/XmlReader.h"
 
+#include "EntityText.h"
+#include "ParserSetup.h"
+#include "ReaderExtras.h"
 #include "ValueText.h"
 
 #include <libxml/xmlmemory.h>
@@ -77,6 +80,7 @@ void XmlReader::close()
         xmlFreeTextReader(reader);
         reader = nullptr;
     }
+    detail::closeOwnedFile(extras.get());
 }
 
 void XmlReader::reset()
@@ -84,11 +88,13 @@ void XmlReader::reset()
     close();
     if (text.empty())
         return;
+    detail::ReaderExtras& state = detail::beginRead(extras, std::string());
+    state.sink.printWithoutHost = true;
     // libxml2 reads the characters of `text` in place; they stay untouched until the next
-    // reset(text), which frees this reader first.
-    reader = xmlReaderForDoc(xmlText(text.c_str()), "", nullptr, 0);
-    if (reader == nullptr)
-        throw std::bad_alloc();
+    // reset(text), which frees this reader first. The reader is made with the host's parser
+    // defaults set aside (ParserSetup.h).
+    const detail::ParserDefaults defaults;
+    reader = detail::adoptReader(xmlReaderForDoc(xmlText(text.c_str()), "", nullptr, 0), state);
 }
 
 void XmlReader::reset(const char* source)
@@ -108,14 +114,27 @@ void XmlReader::reset(const std::string& source) { reset(source.c_str()); }
 // ---------------------------------------------------------------------------------------------
 // Movement
 
-bool XmlReader::read() { return reader != nullptr && positive(xmlTextReaderRead(reader)); }
+// The movements that make libxml2 parse on run as one of the library's parses (ParserSetup.h).
+bool XmlReader::read()
+{
+    if (reader == nullptr)
+        return false;
+    const detail::LibraryParse gate;
+    return positive(xmlTextReaderRead(reader));
+}
 
 bool XmlReader::readAttributeValue()
 {
     return reader != nullptr && positive(xmlTextReaderReadAttributeValue(reader));
 }
 
-bool XmlReader::nextElement() { return reader != nullptr && positive(xmlTextReaderNext(reader)); }
+bool XmlReader::nextElement()
+{
+    if (reader == nullptr)
+        return false;
+    const detail::LibraryParse gate;
+    return positive(xmlTextReaderNext(reader));
+}
 
 bool XmlReader::nextSibling()
 {
@@ -242,7 +261,14 @@ std::string XmlReader::prefix() const
 
 std::string XmlReader::value() const
 {
-    return reader != nullptr ? takeString(xmlTextReaderValue(reader)) : std::string();
+    if (reader == nullptr)
+        return std::string();
+    // An attribute's value is read in linear time through entity references (EntityText.h);
+    // every other node's as libxml2 gives it.
+    const xmlNode* const current = xmlTextReaderCurrentNode(reader);
+    if (current != nullptr && current->type == XML_ATTRIBUTE_NODE)
+        return detail::attributeNodeText(current);
+    return takeString(xmlTextReaderValue(reader));
 }
 
 // A null prefix asks for the default namespace, as xmlTextReaderLookupNamespace does.
@@ -266,7 +292,7 @@ std::string XmlReader::getAttribute(const char* attributeName) const
 {
     if (reader == nullptr || attributeName == nullptr)
         return std::string();
-    return takeString(xmlTextReaderGetAttribute(reader, xmlText(attributeName)));
+    return detail::readerAttribute(reader, attributeName);
 }
 
 std::string XmlReader::getAttribute(const std::string& attributeName) const
@@ -279,8 +305,7 @@ std::string XmlReader::getAttribute(const char* attributeLocalName, const char* 
 {
     if (reader == nullptr || attributeLocalName == nullptr)
         return std::string();
-    return takeString(
-        xmlTextReaderGetAttributeNs(reader, xmlText(attributeLocalName), xmlText(attributeNamespaceURI)));
+    return detail::readerAttribute(reader, attributeLocalName, attributeNamespaceURI);
 }
 
 std::string XmlReader::getAttribute(const std::string& attributeLocalName,

@@ -15,9 +15,32 @@
 //   XML_PARSE_NOERROR | XML_PARSE_NONET | XML_PARSE_NODICT (plus XML_PARSE_RECOVER when asked):
 //   no entity substitution, no DTD loading, no network, no error printing. libxml2 still
 //   records the last error (xmlGetLastError) for callers that want line and column.
+//   Every parser setting is put on the parser context explicitly: whatever the host process set
+//   as libxml2's global defaults (xmlSubstituteEntitiesDefault, xmlLoadExtDtdDefaultValue,
+//   xmlKeepBlanksDefault, validation, a custom external entity loader), Load substitutes no
+//   entity, loads no DTD and opens no file or socket; the library's external entity loader
+//   refuses every request made during its own parses and passes others on to the loader that
+//   was installed before it (installed at the first Load or reader open).
+//   Diagnostics: libxml2's errors and warnings for each Load are collected through a structured
+//   handler on that parse's own context (GetDiagnostics); nothing is printed. A structured
+//   handler the host set on the loading thread (xmlSetStructuredErrorFunc) still receives each
+//   error, as before.
 //   Untrusted input: entities are never substituted and nothing is fetched, but libxml2 checks
 //   an element's attribute names for duplicates pairwise, so n attributes on one element cost
 //   O(n^2) time (100 000 attributes take seconds); bound the size of what you parse.
+//
+// Read-only documents (XmlLoadOptions::readOnly)
+//   Parsed with libxml2's string dictionary (without XML_PARSE_NODICT): names and short texts are
+//   shared in one table owned by the document, which makes loading faster and the tree smaller.
+//   Everything else is as Load. Callers may read, query, serialise, copy and clone such a
+//   document, and also change it (set names, texts and attributes, add, remove): libxml2 keeps
+//   the dictionary consistent. The hazard is a node leaving the document while its strings stay
+//   in the dictionary; the library therefore gives a node its own strings (a copy of each
+//   dictionary string in its subtree) whenever it moves to another document (AddChild and
+//   AddSibling with a handle) or leaves through SerializeOuterXml, so moved nodes outlive the
+//   read-only document safely. What callers must not do is move such nodes with libxml2's own
+//   functions (getlibXML2Node, then xmlAddChild, xmlUnlinkNode and friends): those moves bypass
+//   the library and carry dictionary strings into trees that will free them with xmlFree.
 //
 // Threads
 //   One thread at a time per document and its handles; different documents are independent.
@@ -28,10 +51,21 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include "tarnxml/XmlDiagnostics.h"
 #include "tarnxml/XmlNode.h"
 #include "tarnxml/tarnxml_export.h"
 
 namespace tarn {
+
+// How XmlDocument::Load(text, options) parses. The defaults are exactly Load(text, false).
+struct XmlLoadOptions {
+    bool recover = false;   // XML_PARSE_RECOVER: keep what libxml2 can mend of a broken text
+    bool sanitize = true;   // false: the text goes to libxml2 unrepaired, so invalid UTF-8,
+                            // control characters and NUL bytes are parse errors with line/column
+    bool huge = false;      // XML_PARSE_HUGE: lifts libxml2's depth 256 / 10 MB text limits
+    bool readOnly = false;  // parse with libxml2's dictionary; see "Read-only documents" above
+    std::string sourceName; // travels in the diagnostics; the parse URL stays "dummy.xml"
+};
 
 class XPathExpression;
 
@@ -83,11 +117,23 @@ public:
     // A deep copy that shares nothing with this document; an empty document when this is empty.
     boost::shared_ptr<XmlDocument> Copy() const;
 
+    // --- Loading with options, diagnostics -------------------------------------------------
+    // Load with options: same steps and result codes as Load(text, recover), which is exactly
+    // Load(text, XmlLoadOptions{recover}). Both record diagnostics.
+    int Load(const std::string& text, const XmlLoadOptions& options);
+    // The errors and warnings libxml2 reported during the last Load (success or failure), in
+    // order; empty before the first Load. Valid until the next Load or destruction.
+    const XmlDiagnostics& GetDiagnostics() const;
+    // True when the last Load's text was repaired by the UTF-8 gate (sanitize on).
+    bool WasRepaired() const;
+
 private:
     friend class XPathExpression;
     _xmlDoc* doc;
     XPathNodeIterator* xpathIterator;
     XmlNodePtr root;
+    XmlDiagnostics diagnostics;
+    bool repaired = false;
 };
 
 typedef boost::shared_ptr<XmlDocument> XmlDocumentPtr;

@@ -183,6 +183,10 @@ public:
     bool Initialize(const std::string& name, const std::string& value);
 
     // --- Attributes -----------------------------------------------------------------------------
+    // The value as xmlGetProp gives it, entity references expanded, read in time linear in its
+    // size. A value may expand to at most 1 MiB + 10 times its source (its text as written plus
+    // the text of each distinct entity it reaches); past that it reads as "" (and HasAttribute
+    // as false). The typed getters read through it; XmlReader::value() follows the same rule.
     std::string GetAttribute(const std::string& name) const;
     // An attribute with an empty value counts as absent.
     bool HasAttribute(const std::string& name) const;

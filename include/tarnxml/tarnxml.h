@@ -1,5 +1,6 @@
 #pragma once
 // The whole public interface of libtarnxml.
+#include "tarnxml/XmlDiagnostics.h"
 #include "tarnxml/XmlNode.h"
 #include "tarnxml/XmlEdit.h"
 #include "tarnxml/XmlDocument.h"
