@@ -70,7 +70,8 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
         {{"check", doc}, 0, docOk, ""}, {{"check", "-"}, 0, "-: ok, 1 element\n", "", "<r/>"}, {{"check", bad}, 1, "", bad + ":" + mismatch + "\n"},
         {{"check", doc, bad}, 1, docOk, bad + ":3:5:"}, {{"check", missing, bad}, 2, "", bad + ":3:5:"}, {{"check", "/"}, 2, "", "/: is a directory"},
         {{"check", "--recover", bad}, 0, bad + ": ok, 2 elements, recovered from errors (first at " + mismatch + ")\n", ""},
-        {{"check", repaired}, 0, repaired + ": ok, 1 element, invalid UTF-8 or control characters repaired\n", ""},
+        {{"check", repaired}, 1, "", repaired + ":1:7: Input is not proper UTF-8, indicate encoding ! Bytes: 0xC3 0x20 0x01 0x3C\n" + repaired + ":1:9: PCDATA invalid Char value 1\n"},
+        {{"check", "--repair", repaired}, 0, repaired + ": ok, 1 element, invalid UTF-8 or control characters repaired\n", ""},
         {{"check", "-"}, 1, "", "-:1:1: Document is empty"}, {{"check", "-"}, 1, "", "-:1:5: Extra content", "<a/><b/>"},
         {{"check", missing}, 2, "", missing + ": No such file or directory"},
         {{"select", "-x", "//item", doc}, 0, "<item id=\"1\" kind=\"fruit\">Äpfel &amp; Birnen</item>\n<item id=\"2\">Brot<note>frisch</note></item>\n<item id=\"3\"/>\n", ""},
@@ -98,7 +99,7 @@ TEST_F(ToolTest, EverySubcommandsOutputAndExitCodes) {
         {{"stream", "-"}, 0, "0 element r\n1 attribute q \"\\\"\"\n1 text #text \"line1\\nline2\\\\\"\n1 cdata #cdata-section \"<x>\"\n0 end-element r\n", "",
          "<r q='\"'>line1\nline2\\<![CDATA[<x>]]></r>"},
         {{"stream", "--skip-blanks", "-"}, 0, "0 element r\n1 element a empty\n0 end-element r\n", "", "<r>\n  <a/>\n</r>"},
-        {{"stream", "-"}, 1, "", "-:1:", "<r><a></r>"}, {{"stream", "-"}, 1, "", "Document is empty"}, {{"stream", "/"}, 2, "", "is a directory"},
+        {{"stream", "-"}, 1, "", "-:1:", "<r><a></r>"}, {{"stream", "-"}, 1, "", "-:1:1: "}, {{"stream", "/"}, 2, "", "is a directory"},
         // encode and decode: the conversions themselves are the library's; here the bytes in and out.
         {{"encode"}, 0, "a&lt;&#xA;&#xE9;", "", "a<\n\xC3\xA9"}, {{"encode"}, 1, "", "not valid UTF-8 (first invalid byte at offset 2)", "ok\xC3("},
         {{"encode"}, 0, "", ""}, {{"decode"}, 0, "<\n\xC3\xA9&bogus;", "", "&lt;\n&#233;&bogus;"}, {{"demo", "--sample", missing}, 2, "", missing + ": No such"},
@@ -205,6 +206,39 @@ TEST_F(ToolTest, EncodingsAreKeptOrRefused) {
     }
 }
 
+// check is a well-formedness check (what xmllint --noout calls an error is one, every error on a
+// line of its own); stream reads the same way; the limits hold for every subcommand until --huge.
+TEST_F(ToolTest, CheckAndStreamAreStrictAndLimitsHoldEverywhere) {
+    struct Case { const char* what; std::vector<std::string> args; int code; std::string out, err, input; };
+    const std::string deep = [] { std::string d; for (int i = 0; i < 300; ++i) d += "<d>"; for (int i = 0; i < 300; ++i) d += "</d>"; return d; }();
+    const std::string big = "<r>" + std::string(12 << 20, 'x') + "</r>", deepFile = dir.write("deep.xml", deep), bigFile = dir.write("big.xml", big);
+    const Case cases[] = {
+        {"check called control characters ok", {"check", "-"}, 1, "", "-:1:4: PCDATA invalid Char value 1", "<a>\x01</a>"},
+        {"check called invalid UTF-8 ok", {"check", "-"}, 1, "", "-:1:", "<a>caf\xC3</a>"},
+        {"check stopped at a NUL byte", {"check", "-"}, 1, "", "-:1:", std::string("<a>\0</a>", 8)},
+        {"--repair shows the library's repair", {"check", "--repair", "-"}, 0, "-: ok, 1 element, invalid UTF-8 or control characters repaired\n", "", "<a>\x01</a>"},
+        {"every error on a line of its own", {"check", "-"}, 1, "", "-:1:15: Attribute x redefined\n-:1:", "<a x='1' x='2'><b></a>"},
+        {"stream stopped silently at NUL", {"stream", "-"}, 1, "", "-:1:", std::string("\0<<<", 4)},
+        {"stream of control characters", {"stream", "-"}, 1, "", "-:1:4: ", "<a>\x01</a>"},
+        {"depth limit in check", {"check", deepFile}, 1, "", deepFile + ":1:", ""},
+        {"depth limit in select", {"select", "--count", "-x", "//d", deepFile}, 1, "", deepFile + ":1:", ""},
+        {"depth limit in stream", {"stream", deepFile}, 1, "", deepFile + ":1:", ""},
+        {"--huge lifts it", {"select", "--huge", "--count", "-x", "//d", deepFile}, 0, "300\n", "", ""},
+        {"stream rejected a text node check accepted", {"check", bigFile}, 1, "", bigFile + ": a text node is longer than libxml2's limit", ""},
+        {"", {"stream", bigFile}, 1, "", bigFile + ":1:", ""},
+        {"", {"check", "--huge", bigFile}, 0, bigFile + ": ok, 1 element\n", "", ""},
+        {"", {"stream", "--huge", "--skip-blanks", bigFile}, 0, "", "", ""}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(fmt::format("{}: {}", c.what, fmt::join(c.args, " ")));
+        const Result result = run(c.args, c.input);
+        EXPECT_EQ(c.code, result.code) << result.err;
+        if (c.args.front() != "stream") {
+            EXPECT_EQ(c.out, result.out.substr(0, std::min(result.out.size(), std::size_t(4096))));
+        }
+        EXPECT_NE(std::string::npos, result.err.find(c.err)) << result.err;
+    }
+}
+
 // --in-place follows a symbolic link (the target is replaced, the link stays) and keeps the
 // mode; a refused edit leaves the file as it was.
 TEST_F(ToolTest, EditInPlaceFollowsSymlinksAndRefusesWithoutWriting) {
@@ -303,6 +337,15 @@ TEST_F(ToolTest, NothingLostOnTheCorpus) {
                 EXPECT_EQ(lint(args[1] == "--raw" ? std::vector<std::string>{path} : std::vector<std::string>{"--format", path}).out, printed.out);
             }
         }
+    }
+}
+
+// The tool is the library's user: it includes no libxml2 or pugixml header of its own.
+TEST_F(ToolTest, UsesTheLibraryAlone) {
+    for (const auto& entry : std::filesystem::directory_iterator(std::string(TARNXML_SOURCE_DIR) + "/tools/tarnxml")) {
+        const std::string text = tarntest::readFile(entry.path().string());
+        for (const char* header : {"<libxml/", "\"libxml/", "pugixml.hpp"})
+            EXPECT_EQ(std::string::npos, text.find(header)) << entry.path() << " includes " << header;
     }
 }
 

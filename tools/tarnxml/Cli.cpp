@@ -16,9 +16,12 @@ namespace tool {
 namespace {
 
 const char* const kExitCodes =
-    "Exit status: 0 success; 1 nothing selected, input not well-formed, invalid UTF-8 given to\n"
-    "encode, or a write script error; 2 usage or I/O error (bad option, bad XPath, missing or\n"
-    "unreadable file, failed write).";
+    "Exit status: 0 success; 1 nothing selected, input not well-formed or not decodable, a NUL\n"
+    "byte or invalid UTF-8 given to encode/decode, or a write script error; 2 usage or I/O error\n"
+    "(bad option, bad XPath, an edit refused, --max-steps reached, missing or unreadable file,\n"
+    "failed write).";
+
+const char* const kHuge = "Lift libxml2's limits (elements 256 deep, text nodes of 10 MB)";
 
 std::string programPath(const std::string& fallback) {
     std::string path(4096, '\0');
@@ -66,9 +69,14 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
 
     CheckOptions check;
     CLI::App* checkCommand = app.add_subcommand(
-        "check", "Parse each FILE and report \"FILE: ok\" with its element count, or FILE:LINE:COLUMN: message.");
+        "check", "Check that each FILE is well-formed (invalid UTF-8, control characters and NUL bytes are errors) "
+                 "and report \"FILE: ok\" with its element count, or every error as FILE:LINE:COLUMN: message.");
     checkCommand->add_option("FILE", check.files, "Files to check (- for standard input)")->required();
     checkCommand->add_flag("--recover", check.recover, "Parse in recover mode (accept what libxml2 can mend)");
+    checkCommand->add_flag("--repair", check.repair,
+                           "Show what XmlDocument::Load would repair (invalid UTF-8, control characters) instead "
+                           "of calling it an error");
+    checkCommand->add_flag("--huge", check.huge, kHuge);
 
     SelectOptions select;
     CLI::App* selectCommand = app.add_subcommand(
@@ -90,6 +98,7 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
     selectCommand->add_option("-N", select.namespaces, "PREFIX=URI: bind a namespace prefix (repeatable)");
     selectCommand->add_option("--max-steps", select.maxSteps,
                               "Stop an XPath evaluation after this many steps (default 1000000000; 0: no limit)");
+    selectCommand->add_flag("--huge", select.huge, kHuge);
     selectCommand->add_option("FILE", select.files, "Inputs (default: standard input)");
 
     EditOptions edit;
@@ -125,6 +134,7 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
     editCommand->add_option("-N", edit.namespaces, "PREFIX=URI: bind a namespace prefix (repeatable)");
     editCommand->add_option("--max-steps", edit.maxSteps,
                             "Stop an XPath evaluation after this many steps (default 1000000000; 0: no limit)");
+    editCommand->add_flag("--huge", edit.huge, kHuge);
     editCommand->add_option("FILE", edit.file, "Input (default: standard input)");
 
     FormatOptions format;
@@ -133,14 +143,16 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
                   "references) as xmllint --format does, in the document's own encoding; the content never changes.");
     formatCommand->add_option("--indent", format.indent, "Only two spaces, as xmllint --format (kept for scripts)");
     formatCommand->add_flag("--raw", format.raw, "Print the document as it is, like xmllint without --format");
+    formatCommand->add_flag("--huge", format.huge, kHuge);
     formatCommand->add_option("FILE", format.file, "Input (default: standard input)");
 
     StreamOptions stream;
     CLI::App* streamCommand = app.add_subcommand(
         "stream", "Walk the document with XmlReader, one line per node: DEPTH TYPE NAME [\"VALUE\"], "
                   "attributes on lines of their own, \"empty\" after empty elements; values escaped (\\n, \\t, "
-                  "\\\", \\\\, \\xHH). The input is read once and no tree is built.");
+                  "\\\", \\\\, \\xHH). The input is read incrementally in constant memory; no tree is built.");
     streamCommand->add_flag("--skip-blanks", stream.skipBlanks, "Leave out whitespace-only text nodes");
+    streamCommand->add_flag("--huge", stream.huge, kHuge);
     streamCommand->add_option("FILE", stream.file, "Input (default: standard input)");
 
     std::string encodeFile = "-";

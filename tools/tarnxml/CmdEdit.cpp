@@ -279,8 +279,11 @@ private:
 int runEdit(const EditOptions& options, Streams& io) {
     const Bindings bindings = parseBindings(options.namespaces);
     const std::vector<XPath> expressions = validate(options);
+    Loading loading;
+    loading.huge = options.huge;
+    loading.readOnly = false;
     Loaded loaded;
-    if (!loadFile(options.file, io, loaded)) {
+    if (!loadFile(options.file, loading, io, loaded)) {
         return kExitNotFound;
     }
     Editor editor(loaded, io);

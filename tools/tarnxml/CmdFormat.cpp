@@ -10,8 +10,11 @@ int runFormat(const FormatOptions& options, Streams& io) {
     if (options.indent != "  ") {
         throw ToolError(kExitUsage, "--indent: format indents by two spaces, as xmllint --format does");
     }
+    Loading loading;
+    loading.huge = options.huge;
+    loading.readOnly = true;
     Loaded loaded;
-    if (!loadFile(options.file, io, loaded)) {
+    if (!loadFile(options.file, loading, io, loaded)) {
         return kExitNotFound;
     }
     tarn::XmlSaveOptions save;

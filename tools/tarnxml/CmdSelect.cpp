@@ -91,12 +91,15 @@ int runSelect(const SelectOptions& options, Streams& io) {
         attribute = std::make_unique<XPath>("@" + options.attribute);
     }
     const std::vector<std::string> files = options.files.empty() ? std::vector<std::string>{"-"} : options.files;
+    Loading loading;
+    loading.huge = options.huge;
+    loading.readOnly = true;
     int worst = kExitOk;
     std::size_t total = 0;
     for (const std::string& file : files) {
         Loaded loaded;
         try {
-            if (!loadFile(file, io, loaded)) {
+            if (!loadFile(file, loading, io, loaded)) {
                 worst = std::max(worst, static_cast<int>(kExitNotFound));
                 continue;
             }
