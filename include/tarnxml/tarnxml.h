@@ -2,6 +2,7 @@
 // The whole public interface of libtarnxml.
 #include "tarnxml/XmlDiagnostics.h"
 #include "tarnxml/XmlNode.h"
+#include "tarnxml/XmlEdit.h"
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlIterators.h"
 #include "tarnxml/XPath.h"

@@ -16,9 +16,12 @@ namespace tool {
 namespace {
 
 const char* const kExitCodes =
-    "Exit status: 0 success; 1 nothing selected, input not well-formed, invalid UTF-8 given to\n"
-    "encode, or a write script error; 2 usage or I/O error (bad option, bad XPath, missing or\n"
-    "unreadable file, failed write).";
+    "Exit status: 0 success; 1 nothing selected, input not well-formed or not decodable, a NUL\n"
+    "byte or invalid UTF-8 given to encode/decode, or a write script error; 2 usage or I/O error\n"
+    "(bad option, bad XPath, an edit refused, --max-steps reached, missing or unreadable file,\n"
+    "failed write).";
+
+const char* const kHuge = "Lift libxml2's limits (elements 256 deep, text nodes of 10 MB)";
 
 std::string programPath(const std::string& fallback) {
     std::string path(4096, '\0');
@@ -66,60 +69,90 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
 
     CheckOptions check;
     CLI::App* checkCommand = app.add_subcommand(
-        "check", "Parse each FILE and report \"FILE: ok\" with its element count, or FILE:LINE:COLUMN: message.");
+        "check", "Check that each FILE is well-formed (invalid UTF-8, control characters and NUL bytes are errors) "
+                 "and report \"FILE: ok\" with its element count, or every error as FILE:LINE:COLUMN: message.");
     checkCommand->add_option("FILE", check.files, "Files to check (- for standard input)")->required();
     checkCommand->add_flag("--recover", check.recover, "Parse in recover mode (accept what libxml2 can mend)");
+    checkCommand->add_flag("--repair", check.repair,
+                           "Show what XmlDocument::Load would repair (invalid UTF-8, control characters) instead "
+                           "of calling it an error");
+    checkCommand->add_flag("--huge", check.huge, kHuge);
 
     SelectOptions select;
     CLI::App* selectCommand = app.add_subcommand(
-        "select", "Print each element an XPath expression selects (outer XML, one per line), its text, an "
-                  "attribute, or the count. A non-node-set expression such as count(//a) prints its value.");
+        "select", "Print what an XPath expression selects in each FILE: elements as XML fragments (one per line), "
+                  "attributes as their values, text as text, comments and PIs as markup; an expression that gives "
+                  "a number, string or boolean (such as count(//a)) prints that value. With several FILEs each line "
+                  "starts with FILE: (like grep). The prefixes the root element declares are bound, its default "
+                  "namespace as _ (//_:item).");
     selectCommand->add_option("-x,--xpath", select.xpath, "XPath expression")->required();
-    CLI::Option* textFlag = selectCommand->add_flag("--text", select.text, "Print each element's text");
-    CLI::Option* countFlag = selectCommand->add_flag("--count", select.count, "Print the number of elements");
-    CLI::Option* attrOption =
-        selectCommand->add_option("--attr", select.attribute, "Print this attribute of each element that has it");
-    textFlag->excludes(countFlag)->excludes(attrOption);
+    CLI::Option* textFlag = selectCommand->add_flag("--text", select.text, "Print each element's first text");
+    CLI::Option* valueFlag = selectCommand->add_flag(
+        "--value", select.value, "Print each node's string value (all descendant text, CDATA included)");
+    CLI::Option* countFlag = selectCommand->add_flag("--count", select.count, "Print the number of nodes selected");
+    CLI::Option* attrOption = selectCommand->add_option(
+        "--attr", select.attribute, "Print this attribute of each element that has it (a qualified name: xml:lang)");
+    textFlag->excludes(countFlag)->excludes(attrOption)->excludes(valueFlag);
+    valueFlag->excludes(countFlag)->excludes(attrOption);
     countFlag->excludes(attrOption);
-    selectCommand->add_option("FILE", select.file, "Input (default: standard input)");
+    selectCommand->add_option("-N", select.namespaces, "PREFIX=URI: bind a namespace prefix (repeatable)");
+    selectCommand->add_option("--max-steps", select.maxSteps,
+                              "Stop an XPath evaluation after this many steps (default 1000000000; 0: no limit)");
+    selectCommand->add_flag("--huge", select.huge, kHuge);
+    selectCommand->add_option("FILE", select.files, "Inputs (default: standard input)");
 
     EditOptions edit;
-    std::vector<std::string> editValues[6];
+    std::vector<std::string> editValues[kEditActionKinds];
     int deleteCount = 0;
     CLI::App* editCommand = app.add_subcommand(
-        "edit", "Apply actions, in command-line order, to the elements selected by the -x before them; print the "
-                "document (or replace FILE with --in-place). Example: edit -x '//item[@id=\"3\"]' --set-attr "
-                "state=done --append note=checked -x //draft --delete list.xml");
-    CLI::Option* editOptions[6] = {
+        "edit", "Apply actions, in command-line order, to the nodes selected by the -x before them; print the "
+                "document (or replace FILE with --in-place). Nothing is written when a name, value or expression "
+                "is refused. Example: edit -x '//item[@id=\"3\"]' --set-attr state=done --append note=checked "
+                "-x //draft --delete list.xml");
+    CLI::Option* editOptions[kEditActionKinds] = {
         editCommand->add_option("-x,--xpath", editValues[EditAction::kSelect],
-                                "Select elements for the actions that follow (repeatable)"),
-        editCommand->add_option("--set-text", editValues[EditAction::kSetText], "Set the text of each element"),
+                                "Select nodes for the actions that follow (repeatable); must give a node set"),
+        editCommand->add_option("--set-text", editValues[EditAction::kSetText],
+                                "Replace the whole content of each element (or the value of an attribute or text)"),
         editCommand->add_option("--set-attr", editValues[EditAction::kSetAttr], "NAME=VALUE: set an attribute"),
         editCommand->add_option("--del-attr", editValues[EditAction::kDelAttr], "NAME: remove an attribute"),
-        editCommand->add_flag("--delete", deleteCount, "Remove the elements (and everything inside them)"),
+        editCommand->add_flag("--delete", deleteCount, "Remove the nodes (and everything inside them)"),
         editCommand->add_option("--append", editValues[EditAction::kAppend],
                                 "NAME=VALUE: append a child element with that text"),
+        editCommand->add_option("--rename", editValues[EditAction::kRename], "NAME: rename each element"),
+        editCommand->add_option("--insert-before", editValues[EditAction::kInsertBefore],
+                                "NAME=VALUE: insert an element with that text before each element"),
+        editCommand->add_option("--insert-after", editValues[EditAction::kInsertAfter],
+                                "NAME=VALUE: insert an element with that text after each element"),
     };
     for (CLI::Option* option : editOptions) {
         option->allow_extra_args(false);
     }
     editCommand->add_flag("--in-place", edit.inPlace,
-                          "Replace FILE (through a temporary file renamed over it; a failure leaves it untouched)");
+                          "Replace FILE (through a temporary file renamed over it; a failure leaves it untouched; "
+                          "a symbolic link stays and its target is replaced)");
+    editCommand->add_option("-N", edit.namespaces, "PREFIX=URI: bind a namespace prefix (repeatable)");
+    editCommand->add_option("--max-steps", edit.maxSteps,
+                            "Stop an XPath evaluation after this many steps (default 1000000000; 0: no limit)");
+    editCommand->add_flag("--huge", edit.huge, kHuge);
     editCommand->add_option("FILE", edit.file, "Input (default: standard input)");
 
     FormatOptions format;
     CLI::App* formatCommand = app.add_subcommand(
-        "format", "Re-print the root element through pugixml (XmlHelper::outerXml), indented by default.");
-    formatCommand->add_option("--indent", format.indent, "Indent string per level (default: two spaces)");
-    formatCommand->add_flag("--raw", format.raw, "Print on one line, without added whitespace");
+        "format", "Print the whole document (declaration, DOCTYPE, comments and PIs outside the root, entity "
+                  "references) as xmllint --format does, in the document's own encoding; the content never changes.");
+    formatCommand->add_option("--indent", format.indent, "Only two spaces, as xmllint --format (kept for scripts)");
+    formatCommand->add_flag("--raw", format.raw, "Print the document as it is, like xmllint without --format");
+    formatCommand->add_flag("--huge", format.huge, kHuge);
     formatCommand->add_option("FILE", format.file, "Input (default: standard input)");
 
     StreamOptions stream;
     CLI::App* streamCommand = app.add_subcommand(
         "stream", "Walk the document with XmlReader, one line per node: DEPTH TYPE NAME [\"VALUE\"], "
                   "attributes on lines of their own, \"empty\" after empty elements; values escaped (\\n, \\t, "
-                  "\\\", \\\\, \\xHH). The input is read once and no tree is built.");
+                  "\\\", \\\\, \\xHH). The input is read incrementally in constant memory; no tree is built.");
     streamCommand->add_flag("--skip-blanks", stream.skipBlanks, "Leave out whitespace-only text nodes");
+    streamCommand->add_flag("--huge", stream.huge, kHuge);
     streamCommand->add_option("FILE", stream.file, "Input (default: standard input)");
 
     std::string encodeFile = "-";
@@ -189,7 +222,7 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
             // of parse_order(), and each option's values come in that same order.
             std::map<const CLI::Option*, std::size_t> used;
             for (const CLI::Option* option : editCommand->parse_order()) {
-                for (int kind = 0; kind < 6; ++kind) {
+                for (int kind = 0; kind < kEditActionKinds; ++kind) {
                     if (option == editOptions[kind]) {
                         std::size_t index = used[option]++;
                         std::string argument =

@@ -1,4 +1,5 @@
-// tarnxml check: parse each file through XmlDocument::Load and report the verdict.
+// tarnxml check: a well-formedness check of each file through XmlDocument::Load (strict, unless
+// --repair asks what the library's repairing load would make of it), reporting the verdict.
 #include <algorithm>
 #include <ostream>
 
@@ -34,7 +35,12 @@ int runCheck(const CheckOptions& options, Streams& io) {
             continue;
         }
         Loaded loaded;
-        bool parsed = loadDocument(file, text, options.recover, io, loaded);
+        Loading loading;
+        loading.recover = options.recover;
+        loading.sanitize = options.repair;
+        loading.huge = options.huge;
+        loading.readOnly = true;
+        bool parsed = loadDocument(file, text, loading, io, loaded);
         std::string().swap(text);  // the tree holds everything from here on
         if (!parsed) {
             worst = std::max(worst, static_cast<int>(kExitNotFound));
@@ -45,9 +51,18 @@ int runCheck(const CheckOptions& options, Streams& io) {
         if (loaded.repaired) {
             io.out << ", invalid UTF-8 or control characters repaired";
         }
-        if (loaded.recovered) {
-            io.out << ", recovered from errors (first at " << loaded.problem.line << ':' << loaded.problem.column
-                   << ": " << loaded.problem.message << ')';
+        const tarn::XmlDiagnostic* first = nullptr;
+        for (const tarn::XmlDiagnostic& diagnostic : loaded.diagnostics) {
+            if (first == nullptr && diagnostic.level != tarn::XmlDiagnostic::Warning) {
+                first = &diagnostic;
+            }
+        }
+        if (options.recover && first != nullptr) {
+            io.out << ", recovered from errors (first at " << first->line << ':' << first->column << ": "
+                   << first->message << ')';
+        } else {
+            // What libxml2 reports without failing the parse (namespace errors, warnings), as xmllint does.
+            printDiagnostics(loaded.diagnostics, io);
         }
         io.out << '\n';
     }

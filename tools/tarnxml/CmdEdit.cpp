@@ -1,12 +1,14 @@
-// tarnxml edit: apply actions in order to the elements an XPath expression selects, then print
-// the document or replace the file.
+// tarnxml edit: apply actions in order to the nodes an XPath expression selects, then print the
+// document or replace the file. Everything is checked before anything is written: a bad name,
+// an expression that does not give a node set or an unbound prefix ends the run with exit 2 and
+// no output.
 #include <memory>
 #include <ostream>
 #include <unordered_set>
 
-#include <libxml/tree.h>
-
 #include "Select.h"
+#include "tarnxml/XmlEdit.h"
+#include "tarnxml/XmlHelper.h"
 
 namespace tool {
 
@@ -20,22 +22,52 @@ const char* actionName(EditAction::Kind kind) {
     case EditAction::kDelAttr: return "--del-attr";
     case EditAction::kDelete: return "--delete";
     case EditAction::kAppend: return "--append";
+    case EditAction::kRename: return "--rename";
+    case EditAction::kInsertBefore: return "--insert-before";
+    case EditAction::kInsertAfter: return "--insert-after";
     }
     return "?";
 }
 
-// NAME=VALUE split at the first "="; the name must not be empty.
+bool takesNameValue(EditAction::Kind kind) {
+    return kind == EditAction::kSetAttr || kind == EditAction::kAppend || kind == EditAction::kInsertBefore ||
+           kind == EditAction::kInsertAfter;
+}
+
+// Text the library would repair on the way in (invalid UTF-8, control characters) is refused
+// rather than written changed.
+void checkText(const EditAction& action, const std::string& text) {
+    if (!text.empty() && !XmlHelper::isValidUTF8(text)) {
+        throw ToolError(kExitUsage, std::string(actionName(action.kind)) +
+                                        ": the value holds invalid UTF-8 or a control character XML does not allow");
+    }
+}
+
+// NAME=VALUE split at the first "="; NAME must be a qualified XML name.
 std::pair<std::string, std::string> nameValue(const EditAction& action) {
     std::string::size_type equals = action.argument.find('=');
     if (equals == std::string::npos || equals == 0) {
         throw ToolError(kExitUsage, std::string(actionName(action.kind)) + " expects NAME=VALUE, got '" +
                                         action.argument + "'");
     }
-    return {action.argument.substr(0, equals), action.argument.substr(equals + 1)};
+    std::pair<std::string, std::string> result{action.argument.substr(0, equals), action.argument.substr(equals + 1)};
+    if (!isQualifiedName(result.first)) {
+        throw ToolError(kExitUsage, std::string(actionName(action.kind)) + ": '" + result.first +
+                                        "' is not an XML name");
+    }
+    checkText(action, result.second);
+    return result;
 }
 
-// Checks the action list before any input is read.
-void validate(const EditOptions& options) {
+void checkName(const EditAction& action) {
+    if (!isQualifiedName(action.argument)) {
+        throw ToolError(kExitUsage, std::string(actionName(action.kind)) + ": '" + action.argument +
+                                        "' is not an XML name");
+    }
+}
+
+// Checks the action list and compiles every expression before any input is read.
+std::vector<XPath> validate(const EditOptions& options) {
     if (options.actions.empty()) {
         throw ToolError(kExitUsage, "nothing to do: give -x XPATH followed by actions");
     }
@@ -43,124 +75,235 @@ void validate(const EditOptions& options) {
         throw ToolError(kExitUsage, std::string(actionName(options.actions.front().kind)) +
                                         " needs a preceding -x XPATH");
     }
+    std::vector<XPath> compiled;
     for (const EditAction& action : options.actions) {
         if (action.kind == EditAction::kSelect) {
-            compileXPath(action.argument);
-        } else if (action.kind == EditAction::kSetAttr || action.kind == EditAction::kAppend) {
-            nameValue(action);
-        } else if (action.kind == EditAction::kDelAttr && action.argument.empty()) {
-            throw ToolError(kExitUsage, "--del-attr expects an attribute name");
+            compiled.emplace_back(action.argument);
+        } else if (takesNameValue(action.kind)) {
+            auto [name, value] = nameValue(action);
+            if (action.kind == EditAction::kSetAttr && (name == "xmlns" || prefixOf(name) == "xmlns")) {
+                throw ToolError(kExitUsage, "--set-attr: namespace declarations ('" + name + "') cannot be set");
+            }
+        } else if (action.kind == EditAction::kDelAttr || action.kind == EditAction::kRename) {
+            checkName(action);
+        } else if (action.kind == EditAction::kSetText) {
+            checkText(action, action.argument);
         }
     }
     if (options.inPlace && options.file == "-") {
         throw ToolError(kExitUsage, "--in-place needs a file, not standard input");
     }
+    return compiled;
 }
 
-// Removes the selected elements. An element inside another selected element goes with its
-// ancestor (its handle is never used after the ancestor's subtree is freed); the root element
-// stays, since a document cannot be left without one.
-void deleteElements(const std::vector<tarn::XmlNodePtr>& selection, Streams& io) {
-    auto isRoot = [](xmlNodePtr raw) { return raw->parent == nullptr || raw->parent->type == XML_DOCUMENT_NODE; };
-    std::unordered_set<xmlNodePtr> selected;
-    for (const tarn::XmlNodePtr& node : selection) {
-        if (!isRoot(node->getlibXML2Node())) {
-            selected.insert(node->getlibXML2Node());
+// True when `node` lies inside (not at) one of `ancestors`: an attribute inside its owner's
+// ancestors, any other node inside its parents.
+bool inside(const SelectedNode& node, const std::unordered_set<_xmlNode*>& ancestors) {
+    _xmlNode* up = tarn::ParentNode(node.raw);
+    if (node.kind == SelectedNode::Attribute) {
+        up = tarn::ParentNode(up);
+    }
+    for (; up != nullptr; up = tarn::ParentNode(up)) {
+        if (ancestors.count(up) != 0) {
+            return true;
         }
     }
-    std::vector<tarn::XmlNodePtr> outermost;
-    for (const tarn::XmlNodePtr& node : selection) {
-        xmlNodePtr raw = node->getlibXML2Node();
-        if (isRoot(raw)) {
-            io.err << "tarnxml edit: the root element cannot be deleted; left in place\n";
-            continue;
-        }
-        bool insideAnother = false;
-        for (xmlNodePtr up = raw->parent; up != nullptr && !insideAnother; up = up->parent) {
-            insideAnother = selected.count(up) != 0;
-        }
-        if (!insideAnother) {
-            outermost.push_back(node);
-        }
-    }
-    for (const tarn::XmlNodePtr& node : outermost) {
-        node->Remove();
-    }
+    return false;
 }
 
-std::string serialise(const Loaded& loaded) {
-    xmlChar* memory = nullptr;
-    int size = 0;
-    xmlDocDumpMemory(loaded.root->getlibXML2Node()->doc, &memory, &size);
-    std::unique_ptr<xmlChar, void (*)(void*)> owned(memory, xmlFree);
-    if (!owned || size < 0) {
-        throw std::bad_alloc();
+class Editor {
+public:
+    Editor(Loaded& loaded, Streams& io) : loaded_(loaded), io_(io) {}
+
+    void select(const XPath& xpath, const Bindings& bindings, unsigned long maxSteps) {
+        tarn::XPathResult evaluation = xpath.evaluate(loaded_, bindings, maxSteps);
+        if (evaluation.type != tarn::XPathResult::NodeSet) {
+            throw ToolError(kExitUsage, "-x '" + xpath.text() + "' gives a " + typeName(evaluation.type) + " (" +
+                                            evaluation.string + "), not a set of nodes to edit; nothing written");
+        }
+        selection_.clear();
+        for (SelectedNode& node : evaluation.nodes) {
+            if (node.kind != SelectedNode::Namespace && node.kind != SelectedNode::Document &&
+                node.kind != SelectedNode::Other) {
+                selection_.push_back(std::move(node));
+            }
+        }
+        if (selection_.empty()) {
+            io_.err << "tarnxml edit: -x '" << xpath.text() << "' selects nothing\n";
+        }
     }
-    return std::string(reinterpret_cast<const char*>(owned.get()), static_cast<std::size_t>(size));
-}
+
+    void apply(const EditAction& action) {
+        switch (action.kind) {
+        case EditAction::kSelect: break;
+        case EditAction::kSetText: setText(action); break;
+        case EditAction::kSetAttr: {
+            auto [name, value] = nameValue(action);
+            forElements(action, [&](_xmlNode* element) {
+                check(action, name, element, tarn::SetQualifiedAttribute(element, name, value));
+            });
+            break;
+        }
+        case EditAction::kDelAttr:
+            forElements(action, [&](_xmlNode* element) {
+                // An attribute that is not there is no error; an unbound prefix is.
+                bindable(action, action.argument, element);
+                tarn::RemoveQualifiedAttribute(element, action.argument);
+            });
+            break;
+        case EditAction::kDelete: remove(); break;
+        case EditAction::kAppend:
+        case EditAction::kInsertBefore:
+        case EditAction::kInsertAfter: insert(action); break;
+        case EditAction::kRename:
+            forElements(action, [&](_xmlNode* element) {
+                check(action, action.argument, element, tarn::RenameNode(element, action.argument));
+            });
+            break;
+        }
+    }
+
+private:
+    static const char* typeName(tarn::XPathResult::Type type) {
+        return type == tarn::XPathResult::Boolean ? "boolean" : type == tarn::XPathResult::Number ? "number" : "string";
+    }
+
+    bool isRoot(const SelectedNode& node) const { return node.raw == loaded_.root->getlibXML2Node(); }
+
+    // The names were checked up front; what the library can still refuse is a prefix the
+    // document does not declare where the name is used.
+    void bindable(const EditAction& action, const std::string& name, _xmlNode* element) {
+        const std::string prefix = prefixOf(name);
+        if (prefix.empty() || prefix == "xml") {
+            return;
+        }
+        tarn::XmlNodePtr handle = tarn::CreateXmlNode();
+        handle->Initialize(element);
+        if (!prefixDeclared(*handle, prefix)) {
+            throw ToolError(kExitUsage, std::string(actionName(action.kind)) + ": the prefix '" + prefix + "' of '" +
+                                            name + "' is not declared at <" + handle->GetName() + ">; nothing written");
+        }
+    }
+
+    void check(const EditAction& action, const std::string& name, _xmlNode* element, int result) {
+        if (result != 0) {
+            bindable(action, name, element);
+            throw ToolError(kExitUsage, std::string(actionName(action.kind)) + " '" + action.argument +
+                                            "' cannot be applied here; nothing written");
+        }
+    }
+
+    template <class Function>
+    void forElements(const EditAction& action, Function function) {
+        int skipped = 0;
+        for (const SelectedNode& node : selection_) {
+            if (node.kind == SelectedNode::Element) {
+                function(node.raw);
+            } else {
+                ++skipped;
+            }
+        }
+        if (skipped > 0) {
+            io_.err << "tarnxml edit: " << actionName(action.kind) << " applies to elements; " << skipped
+                    << " other selected node(s) left alone\n";
+        }
+    }
+
+    // An element's whole content becomes the one text; an attribute's, a text's, a CDATA
+    // section's, a comment's or a PI's value becomes the text. Nodes inside an element whose
+    // content is replaced are gone afterwards and leave the selection.
+    void setText(const EditAction& action) {
+        std::unordered_set<_xmlNode*> replaced;
+        for (const SelectedNode& node : selection_) {
+            if (node.kind == SelectedNode::Element) {
+                replaced.insert(node.raw);
+            }
+        }
+        std::vector<SelectedNode> kept;
+        for (SelectedNode& node : selection_) {
+            if (!inside(node, replaced)) {
+                kept.push_back(std::move(node));
+            }
+        }
+        selection_ = std::move(kept);
+        for (const SelectedNode& node : selection_) {
+            if (tarn::SetNodeText(node, action.argument) != 0) {
+                throw ToolError(kExitUsage, "--set-text cannot be applied to the selected node; nothing written");
+            }
+        }
+    }
+
+    // Removes the selected nodes. A node inside another selected node goes with it; the root
+    // element stays, since a document cannot be left without one.
+    void remove() {
+        std::unordered_set<_xmlNode*> selected;
+        for (const SelectedNode& node : selection_) {
+            selected.insert(node.raw);
+        }
+        std::vector<_xmlNode*> outermost;
+        for (const SelectedNode& node : selection_) {
+            if (isRoot(node)) {
+                io_.err << "tarnxml edit: the root element cannot be deleted; left in place\n";
+            } else if (!inside(node, selected)) {
+                outermost.push_back(node.raw);
+            }
+        }
+        selection_.clear();  // those nodes are about to be freed
+        for (_xmlNode* raw : outermost) {
+            tarn::RemoveNode(raw);
+        }
+    }
+
+    void insert(const EditAction& action) {
+        auto [name, value] = nameValue(action);
+        const tarn::XmlInsertPosition where = action.kind == EditAction::kAppend ? tarn::XmlInsertPosition::LastChild
+                                              : action.kind == EditAction::kInsertBefore ? tarn::XmlInsertPosition::Before
+                                                                                         : tarn::XmlInsertPosition::After;
+        forElements(action, [&](_xmlNode* element) {
+            if (where != tarn::XmlInsertPosition::LastChild && element == loaded_.root->getlibXML2Node()) {
+                throw ToolError(kExitUsage, std::string(actionName(action.kind)) +
+                                                ": a document has one root element; nothing can stand beside it");
+            }
+            _xmlNode* scope = where == tarn::XmlInsertPosition::LastChild ? element : tarn::ParentNode(element);
+            check(action, name, scope, tarn::InsertElement(element, where, name, value));
+        });
+    }
+
+    Loaded& loaded_;
+    Streams& io_;
+    std::vector<SelectedNode> selection_;
+};
 
 } // namespace
 
 int runEdit(const EditOptions& options, Streams& io) {
-    validate(options);
+    const Bindings bindings = parseBindings(options.namespaces);
+    const std::vector<XPath> expressions = validate(options);
+    Loading loading;
+    loading.huge = options.huge;
+    loading.readOnly = false;
     Loaded loaded;
-    if (!loadFile(options.file, io, loaded)) {
+    if (!loadFile(options.file, loading, io, loaded)) {
         return kExitNotFound;
     }
-    int result = kExitOk;
-    std::vector<tarn::XmlNodePtr> selection;
+    Editor editor(loaded, io);
+    std::size_t next = 0;
     for (const EditAction& action : options.actions) {
-        switch (action.kind) {
-        case EditAction::kSelect:
-            selection = selectElements(loaded, action.argument);
-            if (selection.empty()) {
-                io.err << "tarnxml edit: '" << action.argument << "' selects no element\n";
-                result = kExitNotFound;
-            }
-            break;
-        case EditAction::kSetText:
-            for (const tarn::XmlNodePtr& node : selection) {
-                node->SetData(action.argument);
-            }
-            break;
-        case EditAction::kSetAttr: {
-            auto [name, value] = nameValue(action);
-            for (const tarn::XmlNodePtr& node : selection) {
-                if (node->SetAttribute(name, value) != 0) {
-                    io.err << "tarnxml edit: cannot set attribute '" << name << "'\n";
-                    result = kExitUsage;
-                }
-            }
-            break;
-        }
-        case EditAction::kDelAttr:
-            for (const tarn::XmlNodePtr& node : selection) {
-                node->RemoveAttribute(action.argument);
-            }
-            break;
-        case EditAction::kAppend: {
-            auto [name, value] = nameValue(action);
-            for (const tarn::XmlNodePtr& node : selection) {
-                if (node->AddChild(name, value) != 0) {
-                    io.err << "tarnxml edit: cannot append element '" << name << "'\n";
-                    result = kExitUsage;
-                }
-            }
-            break;
-        }
-        case EditAction::kDelete:
-            deleteElements(selection, io);
-            selection.clear();  // those handles refer to freed nodes now
-            break;
+        if (action.kind == EditAction::kSelect) {
+            editor.select(expressions.at(next++), bindings, options.maxSteps);
+        } else {
+            editor.apply(action);
         }
     }
-    std::string output = serialise(loaded);
+    tarn::XmlSaveOptions save;
+    save.encoding = loaded.encoding;
+    std::string output = loaded.document->ToString(save);
     if (options.inPlace) {
         replaceFile(options.file, output);
     } else {
         io.out << output;
     }
-    return result;
+    return kExitOk;
 }
 
 } // namespace tool

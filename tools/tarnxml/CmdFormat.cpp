@@ -1,25 +1,28 @@
-// tarnxml format: re-print a document through the pugixml bridge.
+// tarnxml format: print the whole document as xmllint prints it, indented (xmllint --format) or
+// as it is (--raw), in the document's own encoding; the content never changes.
 #include <ostream>
 
-#include <pugixml.hpp>
-
 #include "Tool.h"
-#include "tarnxml/XmlHelper.h"
 
 namespace tool {
 
 int runFormat(const FormatOptions& options, Streams& io) {
+    if (options.indent != "  ") {
+        throw ToolError(kExitUsage, "--indent: format indents by two spaces, as xmllint --format does");
+    }
+    Loading loading;
+    loading.huge = options.huge;
+    loading.readOnly = true;
     Loaded loaded;
-    if (!loadFile(options.file, io, loaded)) {
+    if (!loadFile(options.file, loading, io, loaded)) {
         return kExitNotFound;
     }
-    pugi::xml_document converted;
-    if (!XmlHelper::convert(loaded.root, converted)) {
-        throw ToolError(kExitUsage, options.file + ": the document could not be handed to pugixml");
-    }
-    std::string printed = XmlHelper::outerXml(converted, !options.raw, options.indent.c_str());
-    if (printed.empty() || printed.back() != '\n') {
-        printed += '\n';
+    tarn::XmlSaveOptions save;
+    save.format = !options.raw;
+    save.encoding = loaded.encoding;
+    const std::string printed = loaded.document->ToString(save);
+    if (printed.empty()) {
+        throw ToolError(kExitUsage, options.file + ": the document could not be printed");
     }
     io.out << printed;
     return kExitOk;

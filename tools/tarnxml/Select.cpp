@@ -1,60 +1,61 @@
 // XPath evaluation shared by select and edit.
-#include <libxml/xmlerror.h>
-#include <libxml/xpath.h>
+#include <limits>
 
 #include "Select.h"
-#include "tarnxml/XmlIterators.h"
 
 namespace tool {
 
-void CompiledXPath::operator()(_xmlXPathCompExpr* expression) const {
-    xmlXPathFreeCompExpr(expression);
+Bindings parseBindings(const std::vector<std::string>& arguments) {
+    Bindings bindings;
+    for (const std::string& argument : arguments) {
+        const std::string::size_type equals = argument.find('=');
+        const std::string prefix = argument.substr(0, equals);
+        if (equals == std::string::npos || prefix.find(':') != std::string::npos || !isQualifiedName(prefix)) {
+            throw ToolError(kExitUsage, "-N expects PREFIX=URI with PREFIX an XML name without a colon, got '" +
+                                            argument + "'");
+        }
+        bindings.emplace_back(prefix, argument.substr(equals + 1));
+    }
+    return bindings;
 }
 
-CompiledXPathPtr compileXPath(const std::string& xpath) {
-    ErrorCapture capture;
-    CompiledXPathPtr compiled(xmlXPathCompile(reinterpret_cast<const xmlChar*>(xpath.c_str())));
-    if (!compiled) {
-        ParseError error = capture.first();
-        throw ToolError(kExitUsage, "invalid XPath expression '" + xpath + "'" +
-                                        (error.set ? ": " + error.message : std::string()));
+XPath::XPath(const std::string& expression) : text_(expression), compiled_(expression) {
+    if (!compiled_.valid()) {
+        throw ToolError(kExitUsage, "invalid XPath expression '" + expression + "': " + compiled_.error());
     }
-    return compiled;
 }
 
-std::vector<tarn::XmlNodePtr> selectElements(const Loaded& loaded, const std::string& xpath) {
-    compileXPath(xpath);
-    ErrorCapture capture;
-    // The document's iterator keeps its previous result when an evaluation fails, so failure is
-    // told by the error libxml2 raised, not by the iterator.
-    tarn::XPathNodeIterator* iterator = loaded.document->GetIterator(xpath);
-    if (capture.lastDomain() == XML_FROM_XPATH) {
-        throw ToolError(kExitUsage, "cannot evaluate XPath expression '" + xpath + "': " + capture.last().message);
+tarn::XPathResult XPath::evaluate(const Loaded& loaded, const Bindings& given, unsigned long maxSteps,
+                                  const tarn::XmlNode* context) const {
+    tarn::XPathOptions options;
+    for (const auto& declared : loaded.root->GetNamespacesInScope()) {
+        options.namespaces.emplace_back(declared.first.empty() ? "_" : declared.first, declared.second);
     }
-    return collectElements(iterator);
+    options.namespaces.insert(options.namespaces.end(), given.begin(), given.end());
+    // The library reads 0 as its own default bound; the tool's 0 means none.
+    options.maxSteps = maxSteps != 0 ? maxSteps : std::numeric_limits<unsigned long>::max();
+    tarn::XPathResult result =
+        context != nullptr ? compiled_.Evaluate(*context, options) : compiled_.Evaluate(*loaded.document, options);
+    if (result.stepLimitReached) {
+        throw ToolError(kExitUsage, "XPath expression '" + text_ + "' stopped after " + std::to_string(maxSteps) +
+                                        " steps (raise --max-steps, 0 for no limit)");
+    }
+    if (!result.ok()) {
+        throw ToolError(kExitUsage, "cannot evaluate XPath expression '" + text_ + "': " + result.error);
+    }
+    return result;
 }
 
-bool scalarValue(const Loaded& loaded, _xmlXPathCompExpr* expression, std::string& value, int& nonElements) {
-    nonElements = 0;
-    xmlDocPtr document = loaded.root->getlibXML2Node()->doc;
-    std::unique_ptr<xmlXPathContext, void (*)(xmlXPathContextPtr)> context(xmlXPathNewContext(document),
-                                                                            xmlXPathFreeContext);
-    if (!context) {
-        throw std::bad_alloc();
+bool prefixDeclared(const tarn::XmlNode& element, const std::string& prefix) {
+    if (prefix == "xml") {
+        return true;
     }
-    ErrorCapture capture;
-    std::unique_ptr<xmlXPathObject, void (*)(xmlXPathObjectPtr)> result(
-        xmlXPathCompiledEval(expression, context.get()), xmlXPathFreeObject);
-    if (!result) {
-        return false;
+    for (const auto& declared : element.GetNamespacesInScope()) {
+        if (declared.first == prefix) {
+            return true;
+        }
     }
-    if (result->type == XPATH_NODESET) {
-        nonElements = result->nodesetval != nullptr ? result->nodesetval->nodeNr : 0;
-        return false;
-    }
-    std::unique_ptr<xmlChar, void (*)(void*)> text(xmlXPathCastToString(result.get()), xmlFree);
-    value = text ? reinterpret_cast<const char*>(text.get()) : "";
-    return true;
+    return false;
 }
 
 } // namespace tool

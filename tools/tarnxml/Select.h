@@ -1,31 +1,40 @@
 #pragma once
-// Evaluating an XPath expression on a document for select and edit, with the expression
-// checked first so that a bad one is reported instead of silently selecting nothing.
-#include <memory>
+// Evaluating XPath expressions for select and edit: each expression is compiled once (a bad one
+// is reported before any input is read) and evaluated once per document, with the namespace
+// prefixes of -N and of the document's root element bound.
 #include <string>
 #include <vector>
 
 #include "Tool.h"
-
-struct _xmlXPathCompExpr;
+#include "tarnxml/XPath.h"
 
 namespace tool {
 
-struct CompiledXPath {
-    void operator()(_xmlXPathCompExpr* expression) const;
+// prefix -> URI, in the order given.
+using Bindings = tarn::XmlNamespaceBindings;
+using SelectedNode = tarn::XPathNode;
+
+// Parses the -N arguments (PREFIX=URI each); ToolError (kExitUsage) for a malformed one.
+Bindings parseBindings(const std::vector<std::string>& arguments);
+
+class XPath {
+public:
+    // Compiles; a syntax error throws ToolError (kExitUsage) echoing the expression.
+    explicit XPath(const std::string& expression);
+    const std::string& text() const { return text_; }
+    // Evaluates on the document with the root element's own prefixes ("_" for its default
+    // namespace) and then `bindings` bound (-N wins). `maxSteps` bounds the work (0: no bound).
+    // With `context`, relative to that element. An evaluation error throws ToolError
+    // (kExitUsage) echoing the expression.
+    tarn::XPathResult evaluate(const Loaded& loaded, const Bindings& bindings, unsigned long maxSteps,
+                               const tarn::XmlNode* context = nullptr) const;
+
+private:
+    std::string text_;
+    tarn::XPathExpression compiled_;
 };
-using CompiledXPathPtr = std::unique_ptr<_xmlXPathCompExpr, CompiledXPath>;
 
-// Compiles `xpath`; a syntax error throws ToolError (kExitUsage) echoing the expression.
-CompiledXPathPtr compileXPath(const std::string& xpath);
-
-// The elements `xpath` selects on the document, each in a handle of its own. An expression that
-// fails while being evaluated (unknown function, unbound prefix) throws ToolError (kExitUsage).
-std::vector<tarn::XmlNodePtr> selectElements(const Loaded& loaded, const std::string& xpath);
-
-// For an expression that selected no element: its value when it is not a node set (a number,
-// string or boolean), in `value`, and true; false for a node set (`nonElements` then counts the
-// attributes, text and other nodes it holds).
-bool scalarValue(const Loaded& loaded, _xmlXPathCompExpr* expression, std::string& value, int& nonElements);
+// true when `prefix` is declared at `element` or an ancestor ("xml" always is).
+bool prefixDeclared(const tarn::XmlNode& element, const std::string& prefix);
 
 } // namespace tool

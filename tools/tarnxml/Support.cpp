@@ -1,16 +1,15 @@
-// Input, atomic output, libxml2 error capture and document loading for the tarnxml tool.
+// Input, atomic output and document loading for the tarnxml tool.
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <istream>
 #include <ostream>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <libxml/parser.h>
-#include <libxml/xmlerror.h>
 
 #include "Tool.h"
 #include "tarnxml/XmlHelper.h"
@@ -78,31 +77,6 @@ void readDescriptor(int fd, const std::string& name, std::string& text) {
     text.resize(used);
 }
 
-thread_local ErrorCapture* currentCapture = nullptr;
-
-void quietGeneric(void*, const char*, ...) {}
-void quietStructured(void*, xmlErrorPtr) {}
-
-void captureStructured(void*, xmlErrorPtr error) {
-    if (currentCapture != nullptr && error != nullptr && error->level != XML_ERR_WARNING) {
-        currentCapture->record(error->line, error->int2, error->message);
-    }
-}
-
-// libxml2's message on one line, without its final line feed.
-std::string trimmed(const char* message) {
-    std::string text = message != nullptr ? message : "";
-    for (char& c : text) {
-        if (c == '\n' || c == '\r') {
-            c = ' ';
-        }
-    }
-    while (!text.empty() && text.back() == ' ') {
-        text.pop_back();
-    }
-    return text;
-}
-
 } // namespace
 
 std::string readInput(const std::string& path, Streams& io) {
@@ -129,7 +103,13 @@ std::string readInput(const std::string& path, Streams& io) {
     return text;
 }
 
-void replaceFile(const std::string& path, const std::string& content) {
+void replaceFile(const std::string& given, const std::string& content) {
+    // A symbolic link stays a link: the file it leads to is the one replaced.
+    std::unique_ptr<char, void (*)(void*)> resolved(::realpath(given.c_str(), nullptr), std::free);
+    if (!resolved) {
+        throw ToolError(kExitUsage, systemMessage(given, errno));
+    }
+    const std::string path = resolved.get();
     struct stat original {};
     if (::stat(path.c_str(), &original) != 0) {
         throw ToolError(kExitUsage, systemMessage(path, errno));
@@ -148,6 +128,12 @@ void replaceFile(const std::string& path, const std::string& content) {
         ::unlink(temporary.c_str());
         throw ToolError(kExitUsage, what + ": " + std::strerror(error) + " (" + path + " left unchanged)");
     };
+    // The owner and group go first (changing them may clear set-id bits), then the mode. An owner
+    // the caller may not give away is kept as the caller's; that is no reason to fail.
+    if (::fchown(fd, original.st_uid, original.st_gid) != 0 && ::fchown(fd, static_cast<uid_t>(-1), original.st_gid) != 0 &&
+        errno != EPERM) {
+        fail("cannot set the owner of " + temporary, errno);
+    }
     if (::fchmod(fd, original.st_mode & 07777) != 0) {
         fail("cannot set the permissions of " + temporary, errno);
     }
@@ -178,73 +164,143 @@ void replaceFile(const std::string& path, const std::string& content) {
     }
 }
 
-void quietLibxml2() {
-    xmlSetGenericErrorFunc(nullptr, quietGeneric);
-    xmlSetStructuredErrorFunc(nullptr, quietStructured);
-}
-
-ErrorCapture::ErrorCapture() {
-    currentCapture = this;
-    xmlResetLastError();
-    xmlSetStructuredErrorFunc(nullptr, captureStructured);
-}
-
-ErrorCapture::~ErrorCapture() {
-    currentCapture = nullptr;
-    xmlSetStructuredErrorFunc(nullptr, quietStructured);
-}
-
-void ErrorCapture::record(int line, int column, const char* message) {
-    if (!first_.set) {
-        first_.set = true;
-        first_.line = line;
-        first_.column = column;
-        first_.message = trimmed(message);
-    }
-}
-
-ParseError ErrorCapture::first() const {
-    return first_.set ? first_ : last();
-}
-
-ParseError ErrorCapture::last() const {
-    ParseError result;
-    xmlErrorPtr error = xmlGetLastError();
-    if (error != nullptr && error->code != XML_ERR_OK) {
-        result.set = true;
-        result.line = error->line;
-        result.column = error->int2;
-        result.message = trimmed(error->message);
-    }
-    return result;
-}
-
-int ErrorCapture::lastDomain() const {
-    xmlErrorPtr error = xmlGetLastError();
-    return error != nullptr && error->code != XML_ERR_OK ? error->domain : 0;
-}
-
-bool loadFile(const std::string& path, Streams& io, Loaded& out) {
+bool loadFile(const std::string& path, const Loading& loading, Streams& io, Loaded& out) {
     std::string text = readInput(path, io);
-    return loadDocument(path, text, false, io, out);
+    return loadDocument(path, text, loading, io, out);
 }
 
-bool loadDocument(const std::string& name, const std::string& text, bool recover, Streams& io, Loaded& out) {
+void printDiagnostics(const tarn::XmlDiagnostics& diagnostics, Streams& io) {
+    for (const tarn::XmlDiagnostic& diagnostic : diagnostics) {
+        // One line each: libxml2 puts the offending bytes of an encoding error on a line of its own.
+        std::string line = tarn::FormatDiagnostic(diagnostic);
+        for (char& c : line) {
+            if (c == '\n' || c == '\r') {
+                c = ' ';
+            }
+        }
+        io.err << line << '\n';
+    }
+}
+
+namespace {
+
+// The encoding name the document itself gives in its declaration (spelled as it is there), read
+// from its first bytes with zero bytes left out so that UTF-16 reads like ASCII; "" without one.
+std::string declaredEncoding(const std::string& original) {
+    std::string head;
+    for (std::size_t i = 0; i < original.size() && head.size() < 256; ++i) {
+        if (original[i] != '\0') {
+            head += original[i];
+        }
+    }
+    const std::string::size_type start = head.find("<?xml");
+    const std::string::size_type end = head.find("?>");
+    if (start == std::string::npos || end == std::string::npos || end < start) {
+        return std::string();
+    }
+    const std::string declaration = head.substr(start, end - start);
+    std::string::size_type at = declaration.find("encoding");
+    if (at == std::string::npos) {
+        return std::string();
+    }
+    at = declaration.find_first_of("\"'", at);
+    if (at == std::string::npos) {
+        return std::string();
+    }
+    const std::string::size_type close = declaration.find(declaration[at], at + 1);
+    return close == std::string::npos ? std::string() : declaration.substr(at + 1, close - at - 1);
+}
+
+} // namespace
+
+namespace {
+
+// libxml2's limit on one text node without XML_PARSE_HUGE.
+constexpr std::size_t kMaxTextNode = 10000000;
+
+// libxml2 applies its text-node limit while it gathers text in pieces (the streaming reader,
+// text broken by references) but not to text it reads in one piece from memory; such a piece is
+// a run of bytes without '<' and '&' (comments, CDATA sections and attribute values that long
+// are refused by libxml2 itself). The input is scanned for one, so the limit is the same for
+// every subcommand: the length of the longest such run when over the limit, else 0.
+std::size_t overlongText(const std::string& text) {
+    const char* const end = text.data() + text.size();
+    for (const char* at = text.data(); at < end;) {
+        const char* next = static_cast<const char*>(std::memchr(at, '<', static_cast<std::size_t>(end - at)));
+        if (next == nullptr) {
+            next = end;
+        }
+        if (static_cast<std::size_t>(next - at) > kMaxTextNode) {
+            // Rare: split the run at references.
+            for (const char* piece = at; piece < next;) {
+                const char* amp = static_cast<const char*>(std::memchr(piece, '&', static_cast<std::size_t>(next - piece)));
+                const char* stop = amp != nullptr ? amp : next;
+                if (static_cast<std::size_t>(stop - piece) > kMaxTextNode) {
+                    return static_cast<std::size_t>(stop - piece);
+                }
+                piece = stop + 1;
+            }
+        }
+        at = next + 1;
+    }
+    return 0;
+}
+
+} // namespace
+
+bool loadDocument(const std::string& name, const std::string& original, const Loading& loading, Streams& io,
+                  Loaded& out) {
     out = Loaded();
-    if (text.empty()) {
+    if (original.empty()) {
         io.err << name << ":1:1: Document is empty\n";
         return false;
     }
-    out.repaired = !XmlHelper::isValidUTF8(text);
-    ErrorCapture capture;
+    // Text in another encoding is converted first (the library reads UTF-8); the document is
+    // written back in the encoding it came in, under the name its declaration gives.
+    // UTF-8 without a byte order mark, the common case, skips the conversion and its copy.
+    const std::string declared = declaredEncoding(original);
+    std::string lowered = ToLower(declared);
+    const bool plain = static_cast<unsigned char>(original[0]) < 0x80 && original[0] != '\0' &&
+                       (original.size() < 2 || original[1] != '\0') &&
+                       (declared.empty() || lowered == "utf-8" || lowered == "utf8");
+    std::string converted;
+    XmlHelper::EncodingResult found;
+    if (plain) {
+        found.ok = true;
+        found.encoding = "UTF-8";
+    } else {
+        found = XmlHelper::toUTF8(original, converted);
+    }
+    if (!found.ok) {
+        io.err << name << ": byte " << found.errorOffset << ": " << found.error << '\n';
+        return false;
+    }
+    const bool utf8 = found.encoding == "UTF-8" && !found.bom;
+    if (found.encoding != "UTF-8") {
+        out.encoding = !declared.empty() ? declared : found.bom && found.encoding.compare(0, 6, "UTF-16") == 0 ? "UTF-16" : found.encoding;
+    }
+    const std::string& text = utf8 ? original : converted;
+    if (!loading.huge && text.size() > kMaxTextNode) {
+        if (overlongText(text) != 0) {
+            io.err << name << ": a text node is longer than libxml2's limit of 10000000 bytes (--huge lifts it)\n";
+            return false;
+        }
+    }
+    tarn::XmlLoadOptions options;
+    options.recover = loading.recover;
+    options.sanitize = loading.sanitize;
+    options.huge = loading.huge;
+    options.readOnly = loading.readOnly;
+    options.sourceName = name;
     out.document = tarn::CreateXmlDocument();
-    if (out.document->Load(text, recover) != 0) {
-        ParseError error = capture.first();
-        if (error.set) {
-            io.err << name << ':' << error.line << ':' << error.column << ": " << error.message << '\n';
-        } else {
+    const int result = out.document->Load(text, options);
+    out.diagnostics = out.document->GetDiagnostics();
+    out.repaired = out.document->WasRepaired();
+    if (result != 0) {
+        if (out.diagnostics.empty()) {
             io.err << name << ": not well-formed\n";
         }
+        printDiagnostics(out.diagnostics, io);
         out.document.reset();
         return false;
     }
@@ -253,10 +309,6 @@ bool loadDocument(const std::string& name, const std::string& text, bool recover
         io.err << name << ": no root element\n";
         out.document.reset();
         return false;
-    }
-    if (recover) {
-        out.problem = capture.first();
-        out.recovered = out.problem.set;
     }
     return true;
 }

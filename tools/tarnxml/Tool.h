@@ -1,11 +1,12 @@
 #pragma once
 // Shared pieces of the tarnxml command-line tool: the streams a command works on, exit codes,
-// input reading, libxml2 error capture and document loading.
+// input reading and document loading.
 #include <iosfwd>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tarnxml/XmlDiagnostics.h"
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlNode.h"
 
@@ -43,58 +44,44 @@ private:
 std::string readInput(const std::string& path, Streams& io);
 
 // Writes `content` to a temporary file beside `path` and renames it over `path`, keeping the
-// original's permission bits. On any failure the temporary file is removed, the original is left
-// as it was and ToolError (kExitUsage) is thrown.
+// original's permission bits and, where the caller may, its owner and group. A symbolic link is
+// followed: the file it leads to is replaced and the link stays. On any failure the temporary
+// file is removed, the original is left as it was and ToolError (kExitUsage) is thrown.
 void replaceFile(const std::string& path, const std::string& content);
 
-// One libxml2 error as the tool reports it.
-struct ParseError {
-    bool set = false;
-    int line = 0;
-    int column = 0;
-    std::string message;
+// How a document is loaded. Every subcommand reads strictly (sanitize off: invalid UTF-8, control
+// characters and NUL bytes are errors), within libxml2's limits unless `huge`.
+struct Loading {
+    bool recover = false;   // XML_PARSE_RECOVER
+    bool sanitize = false;  // let XmlDocument::Load repair the text first (check --repair)
+    bool huge = false;      // lift libxml2's depth and text-size limits
+    bool readOnly = false;  // for subcommands that do not change the document
 };
-
-// While alive, records the first libxml2 error raised on this thread (and keeps libxml2 quiet).
-// The last error libxml2 keeps (xmlGetLastError) is reset on construction, so lastError()
-// reports only what happened since.
-class ErrorCapture {
-public:
-    ErrorCapture();
-    ~ErrorCapture();
-    ErrorCapture(const ErrorCapture&) = delete;
-    ErrorCapture& operator=(const ErrorCapture&) = delete;
-
-    // The first error recorded since construction, or failing that libxml2's last error.
-    ParseError first() const;
-    // libxml2's last error since construction, if any, and its libxml2 domain (0 when none).
-    ParseError last() const;
-    int lastDomain() const;
-    // Called by the handler for each error.
-    void record(int line, int column, const char* message);
-
-private:
-    ParseError first_;
-};
-
-// Silences libxml2's default error printing for the process; the tool reports errors itself.
-void quietLibxml2();
 
 // A parsed document with its root element.
 struct Loaded {
     tarn::XmlDocumentPtr document;
     tarn::XmlNodePtr root;
-    bool repaired = false;   // invalid UTF-8 or control characters were repaired on the way in
-    bool recovered = false;  // parsed in recover mode and libxml2 reported errors
-    ParseError problem;      // the first error reported in recover mode
+    bool repaired = false;   // the text was repaired on the way in (sanitize)
+    tarn::XmlDiagnostics diagnostics;   // what libxml2 reported (recover mode: the errors it mended)
+    std::string encoding;    // the encoding the file was written in, when not UTF-8 ("" for UTF-8)
 };
 
-// Parses `text` through XmlDocument::Load. On failure prints "NAME:LINE:COLUMN: message" to
-// io.err and returns false.
-bool loadDocument(const std::string& name, const std::string& text, bool recover, Streams& io, Loaded& out);
-// Reads `path` (or standard input for "-") and loads it strictly; the text is released before
-// returning, so only the tree stays in memory.
-bool loadFile(const std::string& path, Streams& io, Loaded& out);
+// Converts `text` to UTF-8 when it is in another encoding and parses it through
+// XmlDocument::Load. On failure prints each error as "NAME:LINE:COLUMN: message" (or
+// "NAME: byte OFFSET: message" for text that does not decode) to io.err and returns false.
+bool loadDocument(const std::string& name, const std::string& text, const Loading& loading, Streams& io, Loaded& out);
+// Reads `path` (or standard input for "-") and loads it; the text is released before returning,
+// so only the tree stays in memory.
+bool loadFile(const std::string& path, const Loading& loading, Streams& io, Loaded& out);
+// Prints the diagnostics of at least `level` to io.err, one per line.
+void printDiagnostics(const tarn::XmlDiagnostics& diagnostics, Streams& io);
+
+// An XML 1.0 name with at most one colon, neither first nor last (a QName as namespaces
+// require): what the tool accepts for element and attribute names it is given.
+bool isQualifiedName(const std::string& name);
+// The prefix of a qualified name ("" without one).
+std::string prefixOf(const std::string& name);
 
 // Escapes a text so that it fits on one line: \n, \r, \t, \\ and \" as such, other control
 // bytes as \xHH; everything else (UTF-8 included) unchanged.
@@ -103,31 +90,47 @@ void appendEscaped(std::string& line, const std::string& text);
 // Each selected element collected as a handle of its own (the iterator reuses one item).
 std::vector<tarn::XmlNodePtr> collectElements(tarn::XPathNodeIterator* iterator);
 
+// The default bound on XPath work (--max-steps): far beyond what a linear query on a 1 GB
+// document needs, reached within seconds by a runaway one.
+constexpr unsigned long kDefaultMaxSteps = 1000000000UL;
+
 // Subcommands. Each returns the exit code; ToolError may leave them.
-struct CheckOptions { std::vector<std::string> files; bool recover = false; };
+struct CheckOptions { std::vector<std::string> files; bool recover = false; bool repair = false; bool huge = false; };
 int runCheck(const CheckOptions& options, Streams& io);
 
 struct SelectOptions {
-    std::string file = "-";
+    std::vector<std::string> files;
     std::string xpath;
     bool text = false;
+    bool value = false;
     bool count = false;
     std::string attribute;
+    std::vector<std::string> namespaces;   // -N PREFIX=URI
+    unsigned long maxSteps = kDefaultMaxSteps;
+    bool huge = false;
 };
 int runSelect(const SelectOptions& options, Streams& io);
 
 // One action of `edit`, in command-line order. kSelect sets the selection later actions apply to.
 struct EditAction {
-    enum Kind { kSelect, kSetText, kSetAttr, kDelAttr, kDelete, kAppend } kind;
+    enum Kind { kSelect, kSetText, kSetAttr, kDelAttr, kDelete, kAppend, kRename, kInsertBefore, kInsertAfter } kind;
     std::string argument;
 };
-struct EditOptions { std::string file = "-"; std::vector<EditAction> actions; bool inPlace = false; };
+constexpr int kEditActionKinds = 9;
+struct EditOptions {
+    std::string file = "-";
+    std::vector<EditAction> actions;
+    bool inPlace = false;
+    std::vector<std::string> namespaces;   // -N PREFIX=URI
+    unsigned long maxSteps = kDefaultMaxSteps;
+    bool huge = false;
+};
 int runEdit(const EditOptions& options, Streams& io);
 
-struct FormatOptions { std::string file = "-"; std::string indent = "  "; bool raw = false; };
+struct FormatOptions { std::string file = "-"; std::string indent = "  "; bool raw = false; bool huge = false; };
 int runFormat(const FormatOptions& options, Streams& io);
 
-struct StreamOptions { std::string file = "-"; bool skipBlanks = false; };
+struct StreamOptions { std::string file = "-"; bool skipBlanks = false; bool huge = false; };
 int runStream(const StreamOptions& options, Streams& io);
 
 int runEncode(const std::string& file, Streams& io);

@@ -8,7 +8,6 @@
 int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
     try {
-        tool::quietLibxml2();
         tool::Streams io{std::cin, std::cout, std::cerr, true};
         std::vector<std::string> args(argv, argv + argc);
         int code = tool::runTool(args, io);
