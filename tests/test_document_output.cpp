@@ -111,6 +111,16 @@ TEST(DocumentToString, IgnoresHostOutputSettingsAndKeepsTheTree)
     xmlIndentTreeOutput = indent;
     xmlTreeIndentString = indentString;
     xmlSaveNoEmptyTags = noEmpty;
+
+    // The indentation is the caller's choice: blanks only, "" for line breaks alone.
+    tarn::XmlSaveOptions own{true, "", "\t"};
+    EXPECT_EQ("<?xml version=\"1.0\"?>\n<a>\n\t<b x=\"1\"/>\n\t<c>t</c>\n</a>\n", document.ToString(own));
+    own.indent = "";
+    EXPECT_EQ("<?xml version=\"1.0\"?>\n<a>\n<b x=\"1\"/>\n<c>t</c>\n</a>\n", document.ToString(own));
+    for (const char* refused : {"x", " -", "\n"}) {
+        own.indent = refused;
+        EXPECT_EQ("", document.ToString(own)) << refused;
+    }
 }
 
 TEST(DocumentToString, EmptyDocumentAndUnknownEncodingGiveNothing)

@@ -29,11 +29,12 @@ struct DocDeleter {
 // given back afterwards.
 class DefaultOutputSettings {
 public:
-    DefaultOutputSettings()
+    // `indent` must outlive the object; "" turns indentation off (line breaks stay).
+    explicit DefaultOutputSettings(const std::string& indent)
         : indentTree_(xmlIndentTreeOutput), indentString_(xmlTreeIndentString), noEmpty_(xmlSaveNoEmptyTags)
     {
-        xmlIndentTreeOutput = 1;
-        xmlTreeIndentString = "  ";
+        xmlIndentTreeOutput = indent.empty() ? 0 : 1;
+        xmlTreeIndentString = indent.empty() ? "  " : indent.c_str();
         xmlSaveNoEmptyTags = 0;
     }
     ~DefaultOutputSettings()
@@ -107,14 +108,21 @@ bool knownEncoding(const std::string& name)
     return true;
 }
 
+// libxml2 repeats the indent string into a buffer of 60 bytes, so a longer one would print no
+// indentation at all; anything but blanks would add text to the document.
+bool usableIndent(const std::string& indent)
+{
+    return indent.size() <= 60 && indent.find_first_not_of(" \t") == std::string::npos;
+}
+
 } // namespace
 
 std::string XmlDocument::ToString(const XmlSaveOptions& options) const
 {
     std::string result;
-    if (doc == nullptr || !knownEncoding(options.encoding))
+    if (doc == nullptr || !knownEncoding(options.encoding) || !usableIndent(options.indent))
         return result;
-    const DefaultOutputSettings defaults;
+    const DefaultOutputSettings defaults(options.indent);
     const char* const encoding = options.encoding.empty() ? nullptr : options.encoding.c_str();
     xmlDoc* target = doc;
     std::unique_ptr<xmlDoc, DocDeleter> reread;

@@ -71,7 +71,7 @@ class XPathExpression;
 
 // How XmlDocument::ToString prints. The output never depends on libxml2's per-thread output
 // settings a host may have changed (xmlIndentTreeOutput, xmlTreeIndentString,
-// xmlSaveNoEmptyTags): two-space indentation, empty elements as <a/>.
+// xmlSaveNoEmptyTags): the indentation below, empty elements as <a/>.
 struct XmlSaveOptions {
     // false: the tree as it is (xmllint FILE). true: as xmllint --format FILE prints it: the
     // document is printed, re-read with libxml2's blank removal (XML_PARSE_NOBLANKS, the
@@ -84,6 +84,9 @@ struct XmlSaveOptions {
     // libxml2 knows, the declaration rewritten to name it and characters it cannot hold
     // written as character references.
     std::string encoding;
+    // With format: what one level of indentation prints, spaces and tabs only, at most 60 bytes
+    // (libxml2's limit); "" breaks lines without indenting. Anything else makes ToString give "".
+    std::string indent = "  ";
 };
 
 class TARNXML_API XmlDocument {

@@ -141,7 +141,7 @@ int runTool(const std::vector<std::string>& args, Streams& io) {
     CLI::App* formatCommand = app.add_subcommand(
         "format", "Print the whole document (declaration, DOCTYPE, comments and PIs outside the root, entity "
                   "references) as xmllint --format does, in the document's own encoding; the content never changes.");
-    formatCommand->add_option("--indent", format.indent, "Only two spaces, as xmllint --format (kept for scripts)");
+    formatCommand->add_option("--indent", format.indent, "One level of indentation: spaces and tabs, at most 60 (default two spaces, as xmllint --format)");
     formatCommand->add_flag("--raw", format.raw, "Print the document as it is, like xmllint without --format");
     formatCommand->add_flag("--huge", format.huge, kHuge);
     formatCommand->add_option("FILE", format.file, "Input (default: standard input)");

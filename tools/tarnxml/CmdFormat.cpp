@@ -7,8 +7,8 @@
 namespace tool {
 
 int runFormat(const FormatOptions& options, Streams& io) {
-    if (options.indent != "  ") {
-        throw ToolError(kExitUsage, "--indent: format indents by two spaces, as xmllint --format does");
+    if (options.indent.size() > 60 || options.indent.find_first_not_of(" \t") != std::string::npos) {
+        throw ToolError(kExitUsage, "--indent: spaces and tabs only, at most 60");
     }
     Loading loading;
     loading.huge = options.huge;
@@ -20,6 +20,7 @@ int runFormat(const FormatOptions& options, Streams& io) {
     tarn::XmlSaveOptions save;
     save.format = !options.raw;
     save.encoding = loaded.encoding;
+    save.indent = options.indent;
     const std::string printed = loaded.document->ToString(save);
     if (printed.empty()) {
         throw ToolError(kExitUsage, options.file + ": the document could not be printed");
