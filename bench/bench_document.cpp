@@ -403,10 +403,10 @@ double cpuSeconds()
 
 int peakMode(const char* argument)
 {
-    const std::string spec(argument);
-    const std::string::size_type colon = spec.find(':');
-    const std::string mode = spec.substr(0, colon);
-    const std::string which = colon == std::string::npos ? "generated20" : spec.substr(colon + 1);
+    const std::string request(argument);
+    const std::string::size_type colon = request.find(':');
+    const std::string mode = request.substr(0, colon);
+    const std::string which = colon == std::string::npos ? "generated20" : request.substr(colon + 1);
     std::string made;
     if (which == "generated100")
         made = generateDocument(100);
