@@ -28,54 +28,30 @@ std::string libxmlValue(xmlChar* value)
     return out;
 }
 
-// What the reader reports for attribute `name` of the root: value() on it, and (when asked)
-// libxml2's own.
-std::pair<std::string, std::string> readerValues(const std::string& xml, const char* name, bool raw = true)
-{
-    tarn::XmlReader reader(xml);
-    while (reader.read() && reader.nodeType() != tarn::XmlReaderNodeType::Element) {
-    }
-    if (!reader.moveToAttribute(name))
-        return {"(none)", "(none)"};
-    if (!raw)
-        return {reader.value(), ""};
-    xmlTextReaderPtr rawReader = xmlReaderForDoc(reinterpret_cast<const xmlChar*>(xml.c_str()), "", nullptr, 0);
-    while (xmlTextReaderRead(rawReader) == 1 && xmlTextReaderNodeType(rawReader) != 1) {
-    }
-    xmlTextReaderMoveToAttribute(rawReader, reinterpret_cast<const xmlChar*>(name));
-    const std::string expected = libxmlValue(xmlTextReaderValue(rawReader));
-    xmlFreeTextReader(rawReader);
-    return {reader.value(), expected};
-}
-
-// Each attribute request of the reader on the root element against libxml2's own reader.
+// Each attribute request of the reader on the root element (then value() on attribute v), from
+// this library's reader or libxml2's own.
 std::string readerRequests(const std::string& xml, bool raw)
 {
     const char* const names[] = {"v", "p:v", "xmlns", "xmlns:p", "d", "missing", "q:v"};
     const char* const namespaced[][2] = {{"v", "urn:p"}, {"v", ""}, {"p", "http://www.w3.org/2000/xmlns/"},
                                          {"xmlns", "http://www.w3.org/2000/xmlns/"}};
-    std::string out;
-    if (!raw) {
-        tarn::XmlReader reader(xml);
-        while (reader.read() && reader.nodeType() != tarn::XmlReaderNodeType::Element) {
-        }
-        for (const char* name : names)
-            out += std::string(name) + "=" + reader.getAttribute(name) + ";";
-        for (const auto& n : namespaced)
-            out += std::string(n[0]) + "@" + n[1] + "=" + reader.getAttribute(n[0], n[1]) + ";";
-        return out;
+    const auto x = [](const char* s) { return reinterpret_cast<const xmlChar*>(s); };
+    tarn::XmlReader reader(xml);
+    xmlTextReaderPtr r = xmlReaderForDoc(x(xml.c_str()), "", nullptr, 0);
+    while (reader.read() && reader.nodeType() != tarn::XmlReaderNodeType::Element) {
     }
-    xmlTextReaderPtr r = xmlReaderForDoc(reinterpret_cast<const xmlChar*>(xml.c_str()), "", nullptr, 0);
     while (xmlTextReaderRead(r) == 1 && xmlTextReaderNodeType(r) != 1) {
     }
+    std::string out;
     for (const char* name : names)
         out += std::string(name) + "=" +
-               libxmlValue(xmlTextReaderGetAttribute(r, reinterpret_cast<const xmlChar*>(name))) + ";";
+               (raw ? libxmlValue(xmlTextReaderGetAttribute(r, x(name))) : reader.getAttribute(name)) + ";";
     for (const auto& n : namespaced)
         out += std::string(n[0]) + "@" + n[1] + "=" +
-               libxmlValue(xmlTextReaderGetAttributeNs(r, reinterpret_cast<const xmlChar*>(n[0]),
-                                                       reinterpret_cast<const xmlChar*>(n[1]))) +
+               (raw ? libxmlValue(xmlTextReaderGetAttributeNs(r, x(n[0]), x(n[1]))) : reader.getAttribute(n[0], n[1])) +
                ";";
+    if (raw ? xmlTextReaderMoveToAttribute(r, x("v")) == 1 : reader.moveToAttribute("v"))
+        out += "value " + (raw ? libxmlValue(xmlTextReaderValue(r)) : reader.value());
     xmlFreeTextReader(r);
     return out;
 }
@@ -101,11 +77,11 @@ TEST(EntityReads, SameTextAsLibxml2)
             EXPECT_EQ(root->GetAttribute(name), expected) << name;
             EXPECT_EQ(root->HasAttribute(name), !expected.empty()) << name;
         }
-        const auto reader = readerValues(xml, "v");
-        EXPECT_EQ(reader.first, reader.second);
         const std::string namespacedXml = dtd + "<r xmlns='urn:d' xmlns:p='urn:p' v=\"" + value + "\" p:v=\"" +
                                           value + "&a;\"/>";
-        EXPECT_EQ(readerRequests(namespacedXml, false), readerRequests(namespacedXml, true));
+        const std::string requests = readerRequests(namespacedXml, true);
+        EXPECT_NE(requests.find("value "), std::string::npos);
+        EXPECT_EQ(readerRequests(namespacedXml, false), requests);
     }
     tarn::XmlDocumentPtr typed = tarn::CreateXmlDocument(dtd + "<r v='&n;' b='&a;'/>");
     EXPECT_EQ(typed->GetRoot()->GetAttributeInt32("v"), 42);
@@ -127,11 +103,12 @@ TEST(EntityReads, ManyReferencesReadInLinearTime)
     EXPECT_TRUE(root->HasAttribute("v"));
     EXPECT_EQ(root->GetAttributeInt32("v"), 0);
     EXPECT_EQ(root->GetData(), "");
-    EXPECT_TRUE(readerValues(xml, "v", false).first == expected);
     tarn::XmlReader reader(xml);
     ASSERT_TRUE(reader.read() && reader.read());
     EXPECT_TRUE(reader.getAttribute("v") == expected);
     EXPECT_TRUE(reader.getAttribute("v", nullptr) == expected);
+    ASSERT_TRUE(reader.moveToAttribute("v"));
+    EXPECT_TRUE(reader.value() == expected);
 }
 
 // 50 000 references to a 10 KB entity would be 500 MB: past the budget, the value reads "".

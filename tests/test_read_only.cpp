@@ -41,15 +41,17 @@ TEST(ReadOnly, LoadsTheSameDocuments)
 TEST(ReadOnly, NodesMovedOutOutliveTheirDocument)
 {
     // Each way a node can leave: into a normal document as child or sibling, into another
-    // read-only document, and out through the scratch document (then placed in a tree).
-    for (int way = 0; way < 4; ++way) {
+    // read-only document, and out through the scratch document (then placed in a tree). Way 4 is
+    // the reverse: a normal document's node moved into a read-only one.
+    for (int way = 0; way < 5; ++way) {
         SCOPED_TRACE(way);
         tarn::XmlDocument target;
-        ASSERT_EQ(way == 2 ? target.Load("<n><m/></n>", readOnly()) : target.Load("<n><m/></n>", false), 0);
+        const bool fastTarget = way == 2 || way == 4;
+        ASSERT_EQ(fastTarget ? target.Load("<n><m/></n>", readOnly()) : target.Load("<n><m/></n>", false), 0);
         std::string expected;
         {
             tarn::XmlDocument source;
-            ASSERT_EQ(source.Load(kSource, readOnly()), 0);
+            ASSERT_EQ(way == 4 ? source.Load(kSource, false) : source.Load(kSource, readOnly()), 0);
             tarn::XmlNodePtr moved = source.GetRoot();
             expected = moved->OuterXml();
             tarn::XmlNodePtr anchor = target.GetRoot();
@@ -70,16 +72,8 @@ TEST(ReadOnly, NodesMovedOutOutliveTheirDocument)
         EXPECT_EQ(x->SetName("renamed"), 0);
         EXPECT_EQ(x->SetAttribute("y", "2"), 0);
         x->GetChild("z")->Remove();
+        EXPECT_EQ(target.GetRoot()->GetChild("r")->GetAttribute("a"), "v");
     }
-    // A normal document's node moved into a read-only one.
-    tarn::XmlDocument fast;
-    ASSERT_EQ(fast.Load("<f/>", readOnly()), 0);
-    {
-        tarn::XmlDocument normal;
-        ASSERT_EQ(normal.Load(kSource, false), 0);
-        ASSERT_EQ(fast.GetRoot()->AddChild(normal.GetRoot()), 0);
-    }
-    EXPECT_EQ(fast.GetRoot()->GetChild("r")->GetAttribute("a"), "v");
 }
 
 } // namespace
