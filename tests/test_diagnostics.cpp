@@ -134,7 +134,7 @@ TEST(Diagnostics, EachThreadSeesOnlyItsOwn)
 // A reader over text in memory still reports as libxml2 does without a handler of its own: to
 // the host's structured handler when one is set, otherwise through the generic error function.
 // Streaming readers print nothing. The reader keeps its diagnostics until the next open.
-void appendGeneric(void* sink, const char* format, ...)
+__attribute__((format(printf, 2, 3))) void appendGeneric(void* sink, const char* format, ...)
 {
     char line[512];
     va_list args;

@@ -46,7 +46,7 @@ public:
 
 private:
     static void capture(void* self, xmlError* error);
-    static void captureGeneric(void* self, const char* format, ...);
+    static void captureGeneric(void* self, const char* format, ...) __attribute__((format(printf, 2, 3)));
     xmlGenericErrorFunc savedGeneric_;
     void* savedGenericContext_;
     std::unique_ptr<xmlXPathContext, XPathContextDeleter> context_;
