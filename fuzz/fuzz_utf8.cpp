@@ -1,5 +1,6 @@
 // The input gate: the validator equals a plain byte-table walk, sanitize's output always passes
 // the validator, and the numeric-reference clean-up leaves no reference to a control character.
+#include <cctype>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -55,6 +56,9 @@ bool holdsDisallowedReference(const std::string& s)
         while (*q == ' ' || (*q >= '\t' && *q <= '\r')) ++q;
         bool negative = false;
         if (*q == '+' || *q == '-') { negative = *q == '-'; ++q; }
+        // strtoul with base 16 takes a "0x" prefix when a hexadecimal digit follows it.
+        if (hex && q[0] == '0' && (q[1] == 'x' || q[1] == 'X') && std::isxdigit(static_cast<unsigned char>(q[2])))
+            q += 2;
         std::uint64_t v = 0;
         bool big = false;
         for (;; ++q) {
