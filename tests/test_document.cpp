@@ -3,11 +3,13 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string>
+#include <thread>
 
 #include <libxml/tree.h>
 #include <libxml/xmlerror.h>
@@ -74,6 +76,74 @@ TEST(Document, InvalidUtf8IsRepairedBeforeParsing)
 
 // Names and texts of a loaded tree are allocated per node (no dictionary): a node moved into
 // another tree survives the document it came from, and is freed by its new owner only.
+// LoadFile and LoadFd give what Load gives for the file's content; what cannot be read is a
+// failed load with a diagnostic saying why, and the previous tree is gone either way.
+TEST(Document, LoadFromFilesAndDescriptors)
+{
+    const tarntest::TempDir dir;
+    const std::string broken = dir.write("broken.xml", "<a>\n  <b>\n</a>\n");
+    const std::string latin1 = dir.write("latin1.xml", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>Gr\xF6\xDF" "e</a>");
+    const std::string badUtf8 = dir.write("bad.xml", "<a>caf\xC3</a>");
+    struct Case { std::string path; bool sanitize; int result; const char* text; std::string diagnostic; };
+    const Case cases[] = {
+        {latin1, false, 0, "Gr\xC3\xB6\xC3\x9F" "e", ""},  // decoded as declared, like Load
+        {badUtf8, true, 0, "caf\xEF\xBF\xBD", ""},          // read whole and repaired
+        {badUtf8, false, -1, nullptr, "bad.xml:1:"},
+        {broken, false, -1, nullptr, "bad.xml:3:5: Opening and ending tag mismatch: b line 2 and a"},
+        {dir.write("empty.xml", ""), false, -1, nullptr, "bad.xml:1:1: Document is empty"},
+        {dir.path() + "/missing.xml", false, -1, nullptr, "bad.xml: cannot open " + dir.path() + "/missing.xml: No such file or directory"},
+        {dir.path(), false, -1, nullptr, "a directory"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path + (c.sanitize ? " (sanitize)" : ""));
+        tarn::XmlLoadOptions options;
+        options.sanitize = c.sanitize;
+        options.sourceName = "bad.xml";
+        XmlDocumentPtr doc = tarn::CreateXmlDocument("<previous/>");
+        ASSERT_EQ(c.result, doc->LoadFile(c.path, options));
+        if (c.text != nullptr) {
+            EXPECT_EQ(c.text, doc->GetRoot()->GetData());
+            EXPECT_EQ(c.sanitize, doc->WasRepaired());
+            // The same text through Load gives the same document.
+            tarn::XmlDocument loaded;
+            ASSERT_EQ(0, loaded.Load(tarntest::readFile(c.path), options));
+            EXPECT_EQ(loaded.ToString({}), doc->ToString({}));
+        } else {
+            EXPECT_FALSE(doc->GetRoot());
+            ASSERT_FALSE(doc->GetDiagnostics().empty());
+            EXPECT_NE(std::string::npos, tarn::FormatDiagnostic(doc->GetDiagnostics().front()).find(c.diagnostic))
+                << tarn::FormatDiagnostic(doc->GetDiagnostics().front());
+        }
+    }
+
+    // A descriptor is read from where it stands to its end (a pipe here) and left open; a
+    // descriptor that cannot be read says why.
+    int ends[2];
+    ASSERT_EQ(0, ::pipe(ends));
+    const std::string text = "<a>" + std::string(300000, 'x') + "</a>";
+    std::thread writer([&] {
+        for (std::size_t at = 0; at < text.size();) {
+            const ssize_t put = ::write(ends[1], text.data() + at, text.size() - at);
+            if (put <= 0)
+                break;
+            at += static_cast<std::size_t>(put);
+        }
+        ::close(ends[1]);
+    });
+    tarn::XmlDocument piped;
+    tarn::XmlLoadOptions options;
+    options.sanitize = false;
+    EXPECT_EQ(0, piped.LoadFd(ends[0], options));
+    writer.join();
+    EXPECT_EQ(300000u, piped.GetRoot()->GetData().size());
+    EXPECT_EQ(0, ::close(ends[0]));
+    const int directory = ::open(dir.path().c_str(), O_RDONLY);
+    ASSERT_GE(directory, 0);
+    EXPECT_EQ(-1, piped.LoadFd(directory, options));
+    ASSERT_FALSE(piped.GetDiagnostics().empty());
+    EXPECT_EQ("cannot read: Is a directory", piped.GetDiagnostics().back().message);
+    ::close(directory);
+}
+
 TEST(Document, MovedNodesOutliveTheirFirstDocument)
 {
     XmlDocumentPtr to = tarn::CreateXmlDocument("<to/>");

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,14 @@ TEST(DocumentToString, CorpusIsByteIdenticalToXmllint)
         const std::string text = isUtf8Name(declared) ? original : run("xmllint --encode UTF-8 '" + file + "'");
         tarn::XmlDocument document;
         ASSERT_EQ(0, document.Load(text, false)) << file;
+        // Read from the file in its own encoding, as xmllint reads it: as is, and with the blank
+        // removal of xmllint --format, which is then printed indented without a re-read.
+        tarn::XmlLoadOptions fromFile;
+        fromFile.sanitize = false;
+        tarn::XmlDocument asRead, withoutBlanks;
+        ASSERT_EQ(0, asRead.LoadFile(file, fromFile)) << file;
+        fromFile.noBlanks = true;
+        ASSERT_EQ(0, withoutBlanks.LoadFile(file, fromFile)) << file;
         struct Case { bool format; std::string encoding; };
         const std::string keep = isUtf8Name(declared) ? "" : declared;
         for (const Case& c : {Case{false, keep}, Case{true, keep}, Case{false, "ISO-8859-1"}, Case{true, "UTF-16"}}) {
@@ -83,7 +92,13 @@ TEST(DocumentToString, CorpusIsByteIdenticalToXmllint)
                 command += " --encode " + c.encoding;
             const std::string expected = run(command + " '" + file + "'");
             ASSERT_FALSE(expected.empty());
-            EXPECT_EQ(expected, document.ToString(tarn::XmlSaveOptions{c.format, c.encoding}));
+            const tarn::XmlSaveOptions options{c.format, c.encoding};
+            EXPECT_EQ(expected, document.ToString(options));
+            tarn::XmlDocument& direct = c.format ? withoutBlanks : asRead;
+            EXPECT_EQ(expected, direct.ToString(options));
+            std::ostringstream streamed;
+            EXPECT_TRUE(direct.SaveTo(streamed, options));
+            EXPECT_EQ(expected, streamed.str());
         }
     }
 }
@@ -132,6 +147,30 @@ TEST(DocumentToString, EmptyDocumentAndUnknownEncodingGiveNothing)
     // Without a declared encoding xmllint writes non-ASCII as character references.
     EXPECT_EQ("<?xml version=\"1.0\"?>\n<a>&#xE9;</a>\n", document.ToString({}));
     EXPECT_EQ("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<a>\xE9</a>\n", document.ToString({false, "ISO-8859-1"}));
+}
+
+// xmllint --format keeps a blank that came from a character reference (it is content); printing
+// the tree and re-reading it would see a plain blank and drop it. A document loaded without
+// blanks is printed as xmllint prints it.
+TEST(DocumentToString, BlanksLoadedAwayPrintWithoutARereadAndKeepContent)
+{
+    tarn::XmlLoadOptions options;
+    options.noBlanks = true;
+    tarn::XmlDocument document;
+    ASSERT_EQ(0, document.Load("<a>&#32;<b/>\n  <c>\n</c>  </a>", options));
+    const std::string expected = "<?xml version=\"1.0\"?>\n<a> <b/>\n  <c>\n</c>  </a>\n";  // as xmllint --format
+    EXPECT_EQ(expected, document.ToString({true, ""}));
+    std::ostringstream streamed;
+    ASSERT_TRUE(document.SaveTo(streamed, {true, ""}));
+    EXPECT_EQ(expected, streamed.str());
+
+    // SaveTo refuses what ToString refuses, writing nothing, and reports a failing stream.
+    std::ostringstream nothing;
+    EXPECT_FALSE(document.SaveTo(nothing, {false, "no-such-encoding"}));
+    EXPECT_FALSE(tarn::XmlDocument().SaveTo(nothing, {}));
+    EXPECT_EQ("", nothing.str());
+    nothing.setstate(std::ios::badbit);
+    EXPECT_FALSE(document.SaveTo(nothing, {}));
 }
 
 tarn::XmlNodePtr firstMatch(tarn::XmlDocument& document, const std::string& xpath, const tarn::XmlNamespaceBindings& ns)

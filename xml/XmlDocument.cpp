@@ -10,8 +10,14 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <memory>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace tarn {
 
@@ -24,6 +30,85 @@ constexpr int kParseOptions = XML_PARSE_NOERROR | XML_PARSE_NONET | XML_PARSE_NO
 
 // The base URL of every loaded document.
 constexpr const char* kDocumentUrl = "dummy.xml";
+
+// Parses through a new context of the library's own: `read` calls one of libxml2's
+// xmlCtxtRead* functions with the context and the parse options. Diagnostics go to `list`.
+template <class Read>
+xmlDoc* parse(const XmlLoadOptions& options, XmlDiagnostics& list, Read read)
+{
+    int parseOptions = options.recover ? (kParseOptions | XML_PARSE_RECOVER) : kParseOptions;
+    if (options.huge)
+        parseOptions |= XML_PARSE_HUGE;
+    if (options.readOnly)
+        parseOptions &= ~XML_PARSE_NODICT;
+    if (options.noBlanks)
+        parseOptions |= XML_PARSE_NOBLANKS;
+    // The host's parser defaults are set aside while the context is made and used, and every
+    // setting the parse relies on is put on the context itself (ParserSetup.h).
+    const detail::ParserDefaults defaults;
+    const detail::LibraryParse gate;
+    detail::DiagnosticSink sink;
+    sink.list = &list;
+    sink.source = &options.sourceName;
+    // The context is freed on every path, an exception unwinding through libxml2 included,
+    // together with any partial tree the parse left in it (ParserContext.h).
+    const detail::ParserContext context(xmlNewParserCtxt());
+    if (!context)
+        return nullptr;
+    detail::configureDocumentContext(context.get(), &sink);
+    try {
+        return read(context.get(), parseOptions);
+    } catch (...) {
+        // Nothing may escape a parse (an allocation failure in a callback, say): the document
+        // simply stays empty.
+        return nullptr;
+    }
+}
+
+// A descriptor read by libxml2 in blocks as it parses; `error` keeps the errno of a failed read.
+struct DescriptorInput {
+    int fd;
+    int error;
+};
+
+int readDescriptor(void* context, char* buffer, int length)
+{
+    auto* const input = static_cast<DescriptorInput*>(context);
+    for (;;) {
+        const ssize_t got = ::read(input->fd, buffer, static_cast<std::size_t>(length));
+        if (got >= 0)
+            return static_cast<int>(got);
+        if (errno != EINTR) {
+            input->error = errno;
+            return -1;
+        }
+    }
+}
+
+// The rest of `fd` into `text`: 0, or the errno of the read that failed.
+int readAll(int fd, std::string& text)
+{
+    char block[1 << 16];
+    for (;;) {
+        const ssize_t got = ::read(fd, block, sizeof block);
+        if (got > 0)
+            text.append(block, static_cast<std::size_t>(got));
+        else if (got == 0)
+            return 0;
+        else if (errno != EINTR)
+            return errno;
+    }
+}
+
+// A failure of the library's own (the input could not be opened or read), as a diagnostic.
+void addFailure(XmlDiagnostics& list, const std::string& source, const std::string& message)
+{
+    XmlDiagnostic entry;
+    entry.level = XmlDiagnostic::Fatal;
+    entry.message = message;
+    entry.source = source;
+    list.push_back(std::move(entry));
+}
 
 } // namespace
 
@@ -78,33 +163,74 @@ int XmlDocument::Load(const std::string& text, const XmlLoadOptions& options)
     reset();
     if (size == 0 || size > static_cast<std::size_t>(INT_MAX))
         return -1;
-    int parseOptions = options.recover ? (kParseOptions | XML_PARSE_RECOVER) : kParseOptions;
-    if (options.huge)
-        parseOptions |= XML_PARSE_HUGE;
-    if (options.readOnly)
-        parseOptions &= ~XML_PARSE_NODICT;
-    // The host's parser defaults are set aside while the context is made and used, and every
-    // setting the parse relies on is put on the context itself (ParserSetup.h).
-    const detail::ParserDefaults defaults;
-    const detail::LibraryParse gate;
-    detail::DiagnosticSink sink;
-    sink.list = &diagnostics;
-    sink.source = &options.sourceName;
-    // The context is freed on every path, an exception unwinding through libxml2 included,
-    // together with any partial tree the parse left in it (ParserContext.h).
-    const detail::ParserContext context(xmlNewParserCtxt());
-    if (!context)
-        return -1;
-    detail::configureDocumentContext(context.get(), &sink);
-    try {
-        doc = xmlCtxtReadMemory(context.get(), data, static_cast<int>(size), kDocumentUrl, nullptr,
-                                parseOptions);
-    } catch (...) {
-        // Nothing may escape a parse (an allocation failure in a callback, say): the document
-        // simply stays empty.
-        doc = nullptr;
+    doc = parse(options, diagnostics, [data, size](xmlParserCtxt* context, int parseOptions) {
+        return xmlCtxtReadMemory(context, data, static_cast<int>(size), kDocumentUrl, nullptr, parseOptions);
+    });
+    return doc != nullptr ? 0 : -1;
+}
+
+int XmlDocument::LoadFd(int fd, const XmlLoadOptions& options)
+{
+    if (options.sanitize) {
+        // The repair works on the whole text.
+        std::string text;
+        const int error = readAll(fd, text);
+        if (error != 0) {
+            reset();
+            diagnostics.clear();
+            repaired = false;
+            addFailure(diagnostics, options.sourceName, std::string("cannot read: ") + std::strerror(error));
+            return -1;
+        }
+        return Load(text, options);
+    }
+    diagnostics.clear();
+    repaired = false;
+    reset();
+    DescriptorInput input{fd, 0};
+    doc = parse(options, diagnostics, [&input](xmlParserCtxt* context, int parseOptions) {
+        return xmlCtxtReadIO(context, readDescriptor, nullptr, &input, kDocumentUrl, nullptr, parseOptions);
+    });
+    if (input.error != 0) {
+        // libxml2 reports a failed read as a generic I/O error; say what it was.
+        addFailure(diagnostics, options.sourceName, std::string("cannot read: ") + std::strerror(input.error));
+        if (doc != nullptr) {
+            xmlFreeDoc(doc);
+            doc = nullptr;
+        }
     }
     return doc != nullptr ? 0 : -1;
+}
+
+int XmlDocument::LoadFile(const std::string& path, const XmlLoadOptions& options)
+{
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        const int error = errno;
+        reset();
+        diagnostics.clear();
+        repaired = false;
+        addFailure(diagnostics, options.sourceName, "cannot open " + path + ": " + std::strerror(error));
+        return -1;
+    }
+    struct stat info {};
+    if (::fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
+        ::close(fd);
+        reset();
+        diagnostics.clear();
+        repaired = false;
+        addFailure(diagnostics, options.sourceName, "cannot read " + path + ": a directory");
+        return -1;
+    }
+    int result = -1;
+    try {
+        result = LoadFd(fd, options);
+    } catch (...) {
+        ::close(fd);
+        throw;
+    }
+    ::close(fd);
+    return result;
 }
 
 const XmlDiagnostics& XmlDocument::GetDiagnostics() const { return diagnostics; }

@@ -11,6 +11,7 @@
 #include <climits>
 #include <memory>
 #include <new>
+#include <ostream>
 
 namespace tarn {
 
@@ -52,6 +53,15 @@ private:
     int noEmpty_;
 };
 
+// Prints `doc` through `context` and closes it: false when printing or flushing failed.
+bool saveThrough(xmlSaveCtxt* context, xmlDoc* doc)
+{
+    const long written = xmlSaveDoc(context, doc);
+    // xmlSaveClose flushes the encoder into the output; its result counts bytes or is -1.
+    const int closed = xmlSaveClose(context);
+    return written >= 0 && closed >= 0;
+}
+
 // Prints `doc` into a new buffer; null when the encoding is unknown or printing failed.
 std::unique_ptr<xmlBuffer, BufferDeleter> save(xmlDoc* doc, const char* encoding, int options)
 {
@@ -59,14 +69,17 @@ std::unique_ptr<xmlBuffer, BufferDeleter> save(xmlDoc* doc, const char* encoding
     if (!buffer)
         throw std::bad_alloc();
     xmlSaveCtxt* const context = xmlSaveToBuffer(buffer.get(), encoding, options);
-    if (context == nullptr)
-        return nullptr;
-    const long written = xmlSaveDoc(context, doc);
-    // xmlSaveClose flushes the encoder into the buffer; its result counts bytes or is -1.
-    const int closed = xmlSaveClose(context);
-    if (written < 0 || closed < 0)
+    if (context == nullptr || !saveThrough(context, doc))
         return nullptr;
     return buffer;
+}
+
+// libxml2's output callback for SaveTo. A failed stream is not reported to libxml2, which would
+// print an I/O error through its global handler; the rest goes nowhere and SaveTo reports it.
+int writeToStream(void* context, const char* bytes, int length)
+{
+    static_cast<std::ostream*>(context)->write(bytes, length);
+    return length;
 }
 
 // xmllint --format parses with blank removal (XML_PARSE_NOBLANKS) and prints indented; our
@@ -117,28 +130,59 @@ bool usableIndent(const std::string& indent)
 
 } // namespace
 
+namespace {
+
+// What ToString and SaveTo print: the document itself, or (format) its copy without blanks when
+// it was not parsed without them already. Null when nothing can be printed; `copy` keeps the copy.
+xmlDoc* printable(xmlDoc* doc, const XmlSaveOptions& options, std::unique_ptr<xmlDoc, DocDeleter>& copy)
+{
+    if (doc == nullptr || !knownEncoding(options.encoding) || !usableIndent(options.indent))
+        return nullptr;
+    if (options.format && (doc->parseFlags & XML_PARSE_NOBLANKS) == 0) {
+        copy = withoutBlanks(doc);
+        if (copy)
+            return copy.get();
+    }
+    return doc;
+}
+
+const char* encodingOf(const XmlSaveOptions& options)
+{
+    return options.encoding.empty() ? nullptr : options.encoding.c_str();
+}
+
+} // namespace
+
 std::string XmlDocument::ToString(const XmlSaveOptions& options) const
 {
     std::string result;
-    if (doc == nullptr || !knownEncoding(options.encoding) || !usableIndent(options.indent))
-        return result;
     const DefaultOutputSettings defaults(options.indent);
-    const char* const encoding = options.encoding.empty() ? nullptr : options.encoding.c_str();
-    xmlDoc* target = doc;
-    std::unique_ptr<xmlDoc, DocDeleter> reread;
-    if (options.format) {
-        reread = withoutBlanks(doc);
-        if (reread)
-            target = reread.get();
-    }
+    std::unique_ptr<xmlDoc, DocDeleter> copy;
+    xmlDoc* const target = printable(doc, options, copy);
+    if (target == nullptr)
+        return result;
     const std::unique_ptr<xmlBuffer, BufferDeleter> buffer =
-        save(target, encoding, options.format ? XML_SAVE_FORMAT : 0);
+        save(target, encodingOf(options), options.format ? XML_SAVE_FORMAT : 0);
     if (!buffer)
         return result;
     const int length = xmlBufferLength(buffer.get());
     if (length > 0)
         result.assign(reinterpret_cast<const char*>(xmlBufferContent(buffer.get())), static_cast<std::size_t>(length));
     return result;
+}
+
+bool XmlDocument::SaveTo(std::ostream& out, const XmlSaveOptions& options) const
+{
+    const DefaultOutputSettings defaults(options.indent);
+    std::unique_ptr<xmlDoc, DocDeleter> copy;
+    xmlDoc* const target = printable(doc, options, copy);
+    if (target == nullptr)
+        return false;
+    xmlSaveCtxt* const context =
+        xmlSaveToIO(writeToStream, nullptr, &out, encodingOf(options), options.format ? XML_SAVE_FORMAT : 0);
+    if (context == nullptr)
+        return false;
+    return saveThrough(context, target) && out.good();
 }
 
 } // namespace tarn

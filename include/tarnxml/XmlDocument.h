@@ -47,6 +47,7 @@
 //
 // Errors
 //   Result codes and empty shared pointers; std::bad_alloc may propagate from the factories.
+#include <iosfwd>
 #include <string>
 
 #include <boost/shared_ptr.hpp>
@@ -65,6 +66,10 @@ struct XmlLoadOptions {
     bool huge = false;      // XML_PARSE_HUGE: lifts libxml2's depth 256 / 10 MB text limits
     bool readOnly = false;  // parse with libxml2's dictionary; see "Read-only documents" above
     std::string sourceName; // travels in the diagnostics; the parse URL stays "dummy.xml"
+    // XML_PARSE_NOBLANKS: whitespace-only text between elements is dropped where libxml2
+    // judges it ignorable, the parse xmllint --format makes. ToString/SaveTo with format then
+    // indent the tree directly (see XmlSaveOptions::format).
+    bool noBlanks = false;
 };
 
 class XPathExpression;
@@ -78,6 +83,9 @@ struct XmlSaveOptions {
     // parse xmllint --format makes) and printed indented; when the printed tree cannot be
     // re-read (names set through SetName that are not XML names, say) it is printed
     // indented as it is, where whitespace text already present suppresses the indentation.
+    // A document loaded with XmlLoadOptions::noBlanks already had that parse: it is printed
+    // indented directly, without the copy (exactly xmllint --format's parse and print;
+    // whitespace text added since loading suppresses indentation where it stands).
     bool format = false;
     // "" = the document's declared encoding (no declared encoding: UTF-8 with characters
     // beyond ASCII written as character references, as xmllint does); otherwise any encoding
@@ -129,6 +137,25 @@ public:
     const XmlDiagnostics& GetDiagnostics() const;
     // True when the last Load's text was repaired by the UTF-8 gate (sanitize on).
     bool WasRepaired() const;
+
+    // --- Loading from a file or descriptor, printing to a stream ----------------------------
+    // Load(whole content of the file, options), with the same result codes and diagnostics,
+    // but without holding the text: with sanitize off the file is handed to libxml2 in blocks
+    // as it parses, so only the tree stays in memory (with sanitize on it is read whole first,
+    // since the repair needs the whole text). One difference follows from reading in blocks:
+    // without `huge`, libxml2 also refuses a single text node over 10 MB that it would have
+    // taken in one piece from memory. A file that cannot be opened or read gives -1 with a
+    // diagnostic saying why ("cannot open PATH: No such file or directory"); an empty file
+    // gives -1 with libxml2's "Document is empty" (Load("") gives -1 without a diagnostic).
+    int LoadFile(const std::string& path, const XmlLoadOptions& options);
+    // The same from an open descriptor, read from its current position to its end; `fd` is not
+    // closed.
+    int LoadFd(int fd, const XmlLoadOptions& options);
+    // Writes to `out` exactly what ToString(options) returns, as it is produced, so that the
+    // printout is never held whole in memory. False, with nothing written, where ToString
+    // gives ""; false too when `out` fails while writing (part of the output may then have been
+    // written). The tree is not changed.
+    bool SaveTo(std::ostream& out, const XmlSaveOptions& options) const;
 
 private:
     friend class XPathExpression;
