@@ -159,6 +159,8 @@ TEST_F(ToolTest, NeverWritesAlteredOrBrokenData) {
          "<r><!-- see &# below --><a>keep me</a><c>x;y</c></r>"},
         {"format: whitespace content, entity references and the prolog were lost", {"format"}, 0,
          head + "<!DOCTYPE r [\n<!ENTITY e \"E\">\n]>\n<!-- c -->\n<r><a>  </a>&e;</r>\n", "", head + "<!DOCTYPE r [<!ENTITY e \"E\">]>\n<!-- c -->\n<r><a>  </a>&e;</r>\n"},
+        {"format: a blank from a character reference was dropped", {"format"}, 0, head + "<a> <b/></a>\n", "", "<a>&#32;<b/></a>"},
+        {"--count of an expression that is not a node set", {"select", "--count", "-x", "1 + 1", two}, 0, "2\n", ""},
         {"decode wrote NUL for &#0;", {"decode"}, 1, "", "byte 2: a character reference decodes to a NUL byte", "ab&#0;"},
         {"decode wrote NUL for &#;", {"decode"}, 1, "", "byte 0:", "&#;"}, {"decode wrote NUL for &#x;", {"decode"}, 1, "", "byte 1:", "a&#x;"},
         {"decode passed invalid UTF-8", {"decode"}, 1, "", "byte 1: input is not valid UTF-8", "a\xff"},

@@ -26,22 +26,20 @@ long countElements(const tarn::XmlDocumentPtr& document) {
 int runCheck(const CheckOptions& options, Streams& io) {
     int worst = kExitOk;
     for (const std::string& file : options.files) {
-        std::string text;
-        try {
-            text = readInput(file, io);
-        } catch (const ToolError& error) {
-            io.err << "tarnxml check: " << error.what() << '\n';
-            worst = std::max(worst, error.code());
-            continue;
-        }
         Loaded loaded;
         Loading loading;
         loading.recover = options.recover;
         loading.sanitize = options.repair;
         loading.huge = options.huge;
         loading.readOnly = true;
-        bool parsed = loadDocument(file, text, loading, io, loaded);
-        std::string().swap(text);  // the tree holds everything from here on
+        bool parsed = false;
+        try {
+            parsed = loadFile(file, loading, io, loaded);
+        } catch (const ToolError& error) {
+            io.err << "tarnxml check: " << error.what() << '\n';
+            worst = std::max(worst, error.code());
+            continue;
+        }
         if (!parsed) {
             worst = std::max(worst, static_cast<int>(kExitNotFound));
             continue;

@@ -281,7 +281,9 @@ int runEdit(const EditOptions& options, Streams& io) {
     const std::vector<XPath> expressions = validate(options);
     Loading loading;
     loading.huge = options.huge;
-    loading.readOnly = false;
+    // Edits stay inside the document, which libxml2 keeps consistent with its dictionary; the
+    // dictionary makes the load faster and the tree smaller (as xmlstarlet loads).
+    loading.readOnly = true;
     Loaded loaded;
     if (!loadFile(options.file, loading, io, loaded)) {
         return kExitNotFound;
@@ -297,11 +299,10 @@ int runEdit(const EditOptions& options, Streams& io) {
     }
     tarn::XmlSaveOptions save;
     save.encoding = loaded.encoding;
-    std::string output = loaded.document->ToString(save);
     if (options.inPlace) {
-        replaceFile(options.file, output);
-    } else {
-        io.out << output;
+        replaceFile(options.file, [&](std::ostream& out) { return loaded.document->SaveTo(out, save); });
+    } else if (!loaded.document->SaveTo(io.out, save)) {
+        throw ToolError(kExitUsage, options.file + ": the document could not be printed");
     }
     return kExitOk;
 }

@@ -13,6 +13,7 @@ int runFormat(const FormatOptions& options, Streams& io) {
     Loading loading;
     loading.huge = options.huge;
     loading.readOnly = true;
+    loading.noBlanks = !options.raw;  // xmllint --format's own parse, so the tree prints indented directly
     Loaded loaded;
     if (!loadFile(options.file, loading, io, loaded)) {
         return kExitNotFound;
@@ -21,11 +22,9 @@ int runFormat(const FormatOptions& options, Streams& io) {
     save.format = !options.raw;
     save.encoding = loaded.encoding;
     save.indent = options.indent;
-    const std::string printed = loaded.document->ToString(save);
-    if (printed.empty()) {
+    if (!loaded.document->SaveTo(io.out, save)) {
         throw ToolError(kExitUsage, options.file + ": the document could not be printed");
     }
-    io.out << printed;
     return kExitOk;
 }
 

@@ -47,6 +47,11 @@ std::string printed(const SelectedNode& node, const Loaded& loaded) {
 // Selects in one loaded document; the number of results printed.
 std::size_t selectIn(const SelectOptions& options, const XPath& xpath, const XPath* attribute,
                      const Bindings& bindings, const Loaded& loaded, const std::string& prefix, Streams& io) {
+    std::size_t number = 0;
+    if (options.count && xpath.count(loaded, bindings, options.maxSteps, number)) {
+        emit(io, prefix, std::to_string(number));
+        return number;
+    }
     tarn::XPathResult evaluation = xpath.evaluate(loaded, bindings, options.maxSteps);
     if (evaluation.type != tarn::XPathResult::NodeSet) {
         emit(io, prefix, evaluation.string);

@@ -28,10 +28,17 @@ public:
     // (kExitUsage) echoing the expression.
     tarn::XPathResult evaluate(const Loaded& loaded, const Bindings& bindings, unsigned long maxSteps,
                                const tarn::XmlNode* context = nullptr) const;
+    // The number of nodes the expression selects in the document, found by evaluating
+    // count(EXPRESSION) so that no node is collected; false when the expression does not give a
+    // node set (evaluate it as it is then). Errors as evaluate.
+    bool count(const Loaded& loaded, const Bindings& bindings, unsigned long maxSteps, std::size_t& number) const;
 
 private:
+    tarn::XPathOptions options(const Loaded& loaded, const Bindings& bindings, unsigned long maxSteps) const;
+    void check(const tarn::XPathResult& result, unsigned long maxSteps) const;
     std::string text_;
     tarn::XPathExpression compiled_;
+    tarn::XPathExpression counted_;
 };
 
 // true when `prefix` is declared at `element` or an ancestor ("xml" always is).

@@ -3,9 +3,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <functional>
 #include <istream>
+#include <memory>
 #include <ostream>
+#include <streambuf>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -77,6 +80,57 @@ void readDescriptor(int fd, const std::string& name, std::string& text) {
     text.resize(used);
 }
 
+// A file opened for reading, closed when the object goes; ToolError (kExitUsage) when it cannot be opened.
+struct OpenFile {
+    explicit OpenFile(const std::string& path) : fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+        if (fd < 0) {
+            throw ToolError(kExitUsage, systemMessage(path, errno));
+        }
+    }
+    ~OpenFile() { ::close(fd); }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    const int fd;
+};
+
+// An output stream's buffer writing to a descriptor in large blocks; `error` keeps the errno of
+// the first write that failed (the rest is then dropped).
+class DescriptorBuffer : public std::streambuf {
+public:
+    explicit DescriptorBuffer(int fd) : fd_(fd), block_(1 << 16) { setp(block_.data(), block_.data() + block_.size()); }
+    int error = 0;
+
+protected:
+    int overflow(int c) override {
+        if (!drain()) {
+            return traits_type::eof();
+        }
+        if (c != traits_type::eof()) {
+            *pptr() = static_cast<char>(c);
+            pbump(1);
+        }
+        return traits_type::not_eof(c);
+    }
+    int sync() override { return drain() ? 0 : -1; }
+
+private:
+    bool drain() {
+        const char* at = pbase();
+        while (error == 0 && at < pptr()) {
+            const ssize_t put = ::write(fd_, at, static_cast<std::size_t>(pptr() - at));
+            if (put < 0 && errno != EINTR) {
+                error = errno;
+            } else if (put > 0) {
+                at += put;
+            }
+        }
+        setp(block_.data(), block_.data() + block_.size());
+        return error == 0;
+    }
+    int fd_;
+    std::vector<char> block_;
+};
+
 } // namespace
 
 std::string readInput(const std::string& path, Streams& io) {
@@ -89,21 +143,12 @@ std::string readInput(const std::string& path, Streams& io) {
         }
         return text;
     }
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        throw ToolError(kExitUsage, systemMessage(path, errno));
-    }
-    try {
-        readDescriptor(fd, path, text);
-    } catch (...) {
-        ::close(fd);
-        throw;
-    }
-    ::close(fd);
+    const OpenFile file(path);
+    readDescriptor(file.fd, path, text);
     return text;
 }
 
-void replaceFile(const std::string& given, const std::string& content) {
+void replaceFile(const std::string& given, const std::function<bool(std::ostream&)>& write) {
     // A symbolic link stays a link: the file it leads to is the one replaced.
     std::unique_ptr<char, void (*)(void*)> resolved(::realpath(given.c_str(), nullptr), std::free);
     if (!resolved) {
@@ -137,16 +182,24 @@ void replaceFile(const std::string& given, const std::string& content) {
     if (::fchmod(fd, original.st_mode & 07777) != 0) {
         fail("cannot set the permissions of " + temporary, errno);
     }
-    std::size_t written = 0;
-    while (written < content.size()) {
-        ssize_t put = ::write(fd, content.data() + written, content.size() - written);
-        if (put < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            fail("cannot write " + temporary, errno);
-        }
-        written += static_cast<std::size_t>(put);
+    DescriptorBuffer buffer(fd);
+    std::ostream stream(&buffer);
+    bool printed = false;
+    try {
+        printed = write(stream);
+        stream.flush();
+    } catch (...) {
+        ::close(fd);
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    if (buffer.error != 0) {
+        fail("cannot write " + temporary, buffer.error);
+    }
+    if (!printed) {
+        ::close(fd);
+        ::unlink(temporary.c_str());
+        throw ToolError(kExitUsage, given + ": the document could not be printed (file left unchanged)");
     }
     if (::fsync(fd) != 0) {
         fail("cannot write " + temporary, errno);
@@ -162,11 +215,6 @@ void replaceFile(const std::string& given, const std::string& content) {
         ::unlink(temporary.c_str());
         throw ToolError(kExitUsage, "cannot replace " + path + ": " + std::strerror(error) + " (file left unchanged)");
     }
-}
-
-bool loadFile(const std::string& path, const Loading& loading, Streams& io, Loaded& out) {
-    std::string text = readInput(path, io);
-    return loadDocument(path, text, loading, io, out);
 }
 
 void printDiagnostics(const tarn::XmlDiagnostics& diagnostics, Streams& io) {
@@ -248,6 +296,59 @@ std::size_t overlongText(const std::string& text) {
 
 } // namespace
 
+namespace {
+
+// UTF-8 without a byte order mark and without a declaration naming another encoding, judged from
+// the first bytes of the input: the common case, which needs no conversion (and no copy).
+bool plainUtf8(const std::string& head, const std::string& declared) {
+    const std::string lowered = ToLower(declared);
+    return !head.empty() && static_cast<unsigned char>(head[0]) < 0x80 && head[0] != '\0' &&
+           (head.size() < 2 || head[1] != '\0') && (declared.empty() || lowered == "utf-8" || lowered == "utf8");
+}
+
+tarn::XmlLoadOptions loadOptions(const std::string& name, const Loading& loading) {
+    tarn::XmlLoadOptions options;
+    options.recover = loading.recover;
+    options.sanitize = loading.sanitize;
+    options.huge = loading.huge;
+    options.readOnly = loading.readOnly;
+    options.noBlanks = loading.noBlanks;
+    options.sourceName = name;
+    return options;
+}
+
+// After XmlDocument::Load or LoadFd gave `result`: the diagnostics, the root, or the failure printed.
+bool finishLoad(const std::string& name, int result, Streams& io, Loaded& out) {
+    out.diagnostics = out.document->GetDiagnostics();
+    out.repaired = out.document->WasRepaired();
+    if (result != 0) {
+        if (out.diagnostics.empty()) {
+            io.err << name << ": not well-formed\n";
+        }
+        for (const tarn::XmlDiagnostic& diagnostic : out.diagnostics) {
+            if (diagnostic.message.find("huge text node") != std::string::npos) {
+                // libxml2 words its text-node limit as a failed allocation.
+                io.err << name << ": a text node is longer than libxml2's limit of " << kMaxTextNode
+                       << " bytes (--huge lifts it)\n";
+                out.document.reset();
+                return false;
+            }
+        }
+        printDiagnostics(out.diagnostics, io);
+        out.document.reset();
+        return false;
+    }
+    out.root = out.document->GetRoot();
+    if (!out.root) {
+        io.err << name << ": no root element\n";
+        out.document.reset();
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
 bool loadDocument(const std::string& name, const std::string& original, const Loading& loading, Streams& io,
                   Loaded& out) {
     out = Loaded();
@@ -257,15 +358,10 @@ bool loadDocument(const std::string& name, const std::string& original, const Lo
     }
     // Text in another encoding is converted first (the library reads UTF-8); the document is
     // written back in the encoding it came in, under the name its declaration gives.
-    // UTF-8 without a byte order mark, the common case, skips the conversion and its copy.
     const std::string declared = declaredEncoding(original);
-    std::string lowered = ToLower(declared);
-    const bool plain = static_cast<unsigned char>(original[0]) < 0x80 && original[0] != '\0' &&
-                       (original.size() < 2 || original[1] != '\0') &&
-                       (declared.empty() || lowered == "utf-8" || lowered == "utf8");
     std::string converted;
     XmlHelper::EncodingResult found;
-    if (plain) {
+    if (plainUtf8(original, declared)) {
         found.ok = true;
         found.encoding = "UTF-8";
     } else {
@@ -282,35 +378,40 @@ bool loadDocument(const std::string& name, const std::string& original, const Lo
     const std::string& text = utf8 ? original : converted;
     if (!loading.huge && text.size() > kMaxTextNode) {
         if (overlongText(text) != 0) {
-            io.err << name << ": a text node is longer than libxml2's limit of 10000000 bytes (--huge lifts it)\n";
+            io.err << name << ": a text node is longer than libxml2's limit of " << kMaxTextNode
+                   << " bytes (--huge lifts it)\n";
             return false;
         }
     }
-    tarn::XmlLoadOptions options;
-    options.recover = loading.recover;
-    options.sanitize = loading.sanitize;
-    options.huge = loading.huge;
-    options.readOnly = loading.readOnly;
-    options.sourceName = name;
     out.document = tarn::CreateXmlDocument();
-    const int result = out.document->Load(text, options);
-    out.diagnostics = out.document->GetDiagnostics();
-    out.repaired = out.document->WasRepaired();
-    if (result != 0) {
-        if (out.diagnostics.empty()) {
-            io.err << name << ": not well-formed\n";
+    return finishLoad(name, out.document->Load(text, loadOptions(name, loading)), io, out);
+}
+
+bool loadFile(const std::string& path, const Loading& loading, Streams& io, Loaded& out) {
+    if (path != "-") {
+        // A regular file in plain UTF-8 goes to the parser in blocks, so that only the tree is
+        // held; anything else is read whole and converted first.
+        const OpenFile file(path);
+        struct stat info {};
+        char head[256];
+        ssize_t got = -1;
+        if (::fstat(file.fd, &info) == 0 && S_ISREG(info.st_mode) && !loading.sanitize) {
+            got = ::pread(file.fd, head, sizeof head, 0);
         }
-        printDiagnostics(out.diagnostics, io);
-        out.document.reset();
-        return false;
+        if (got > 0) {
+            const std::string start(head, static_cast<std::size_t>(got));
+            if (plainUtf8(start, declaredEncoding(start))) {
+                out = Loaded();
+                out.document = tarn::CreateXmlDocument();
+                return finishLoad(path, out.document->LoadFd(file.fd, loadOptions(path, loading)), io, out);
+            }
+        }
+        std::string text;
+        readDescriptor(file.fd, path, text);
+        return loadDocument(path, text, loading, io, out);
     }
-    out.root = out.document->GetRoot();
-    if (!out.root) {
-        io.err << name << ": no root element\n";
-        out.document.reset();
-        return false;
-    }
-    return true;
+    std::string text = readInput(path, io);
+    return loadDocument(path, text, loading, io, out);
 }
 
 void appendEscaped(std::string& line, const std::string& text) {

@@ -1,6 +1,7 @@
 #pragma once
 // Shared pieces of the tarnxml command-line tool: the streams a command works on, exit codes,
 // input reading and document loading.
+#include <functional>
 #include <iosfwd>
 #include <stdexcept>
 #include <string>
@@ -43,11 +44,12 @@ private:
 // (kExitUsage) for a file that does not exist, cannot be read or is a directory.
 std::string readInput(const std::string& path, Streams& io);
 
-// Writes `content` to a temporary file beside `path` and renames it over `path`, keeping the
+// Has `write` print the new content into a temporary file beside `path` and renames it over
+// `path` (a `write` that returns false leaves `path` unchanged: exit 2), keeping the
 // original's permission bits and, where the caller may, its owner and group. A symbolic link is
 // followed: the file it leads to is replaced and the link stays. On any failure the temporary
 // file is removed, the original is left as it was and ToolError (kExitUsage) is thrown.
-void replaceFile(const std::string& path, const std::string& content);
+void replaceFile(const std::string& path, const std::function<bool(std::ostream&)>& write);
 
 // How a document is loaded. Every subcommand reads strictly (sanitize off: invalid UTF-8, control
 // characters and NUL bytes are errors), within libxml2's limits unless `huge`.
@@ -55,7 +57,9 @@ struct Loading {
     bool recover = false;   // XML_PARSE_RECOVER
     bool sanitize = false;  // let XmlDocument::Load repair the text first (check --repair)
     bool huge = false;      // lift libxml2's depth and text-size limits
-    bool readOnly = false;  // for subcommands that do not change the document
+    bool readOnly = false;  // XmlLoadOptions::readOnly (libxml2's dictionary): the tool edits in
+                            // place and never moves a node into another document
+    bool noBlanks = false;  // drop ignorable blanks as xmllint --format reads (format)
 };
 
 // A parsed document with its root element.
@@ -71,8 +75,8 @@ struct Loaded {
 // XmlDocument::Load. On failure prints each error as "NAME:LINE:COLUMN: message" (or
 // "NAME: byte OFFSET: message" for text that does not decode) to io.err and returns false.
 bool loadDocument(const std::string& name, const std::string& text, const Loading& loading, Streams& io, Loaded& out);
-// Reads `path` (or standard input for "-") and loads it; the text is released before returning,
-// so only the tree stays in memory.
+// Reads `path` (or standard input for "-") and loads it; only the tree stays in memory (a
+// regular file in UTF-8 is handed to the parser in blocks, never held whole).
 bool loadFile(const std::string& path, const Loading& loading, Streams& io, Loaded& out);
 // Prints the diagnostics of at least `level` to io.err, one per line.
 void printDiagnostics(const tarn::XmlDiagnostics& diagnostics, Streams& io);
