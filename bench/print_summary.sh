@@ -19,6 +19,9 @@ awk -F '\t' '
     if (goal ~ /^>= /) {
       want = substr(goal, 4) + 0
       goal = goal (($2 + 0 >= want) ? " (met)" : " (not met)")
+    } else if (goal ~ /^<= /) {
+      want = substr(goal, 4) + 0
+      goal = goal (($2 + 0 <= want) ? " (met)" : " (not met)")
     }
     printf "| %s | %s | %s | %s |\n", $1, $2, goal, $4
   }' "$file"
