@@ -5,7 +5,10 @@
 
 #include <libxml/xmlerror.h>
 
+#include <sys/wait.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -109,6 +112,27 @@ std::string readFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::vector<std::string> filesIn(const std::string& directory)
+{
+    std::vector<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+        files.push_back(entry.path().string());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+int runShell(const std::string& command, std::string& output, std::size_t limit)
+{
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return -1;
+    char chunk[65536];
+    for (std::size_t n, kept = 0; (n = std::fread(chunk, 1, sizeof chunk, pipe)) > 0; kept += n)
+        output.append(chunk, kept < limit ? std::min(n, limit - kept) : 0);
+    const int status = ::pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
 }
 
 bool quick()

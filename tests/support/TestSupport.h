@@ -63,6 +63,11 @@ private:
 };
 
 std::string readFile(const std::string& path);
+// The files in `directory`, full paths in sorted order.
+std::vector<std::string> filesIn(const std::string& directory);
+// Runs `command` through the shell and appends the first `limit` bytes of its standard output to
+// `output`. Gives the exit code, 128 + the signal that ended it, or -1 when it cannot start.
+int runShell(const std::string& command, std::string& output, std::size_t limit = std::string::npos);
 
 // True when TARNXML_TEST_QUICK is set (valgrind runs): long randomised tests use smaller counts.
 bool quick();
