@@ -4,10 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -88,8 +86,8 @@ std::vector<HostileCase> cases()
                  text += " a" + std::to_string(i) + "=\"" + std::to_string(i) + "\"";
              return text + "/>";
          }}};
-    for (const auto& entry : std::filesystem::directory_iterator(std::string(TARNXML_SOURCE_DIR) + "/tests/data/hostile"))
-        all.push_back({entry.path().stem().string(), [path = entry.path().string()] { return tarntest::readFile(path); }});
+    for (const std::string& path : tarntest::filesIn(std::string(TARNXML_SOURCE_DIR) + "/tests/data/hostile"))
+        all.push_back({std::filesystem::path(path).stem().string(), [path] { return tarntest::readFile(path); }});
     std::sort(all.begin(), all.end(), [](const HostileCase& a, const HostileCase& b) { return a.name < b.name; });
     return all;
 }
@@ -133,19 +131,6 @@ TEST_P(Hostile, DocumentAndReaderFinishWithoutSubstitution)
     EXPECT_LT(peakKb(RUSAGE_SELF) - before, kMaxPeakKb);
 }
 
-// Runs the tool and returns its exit code; output (both streams, the first MB) goes to `output`.
-int runTool(const std::string& arguments, std::string& output)
-{
-    FILE* pipe = ::popen(("'" + kToolPath + "' " + arguments + " 2>&1").c_str(), "r");
-    if (!pipe)
-        return -1;
-    char buffer[65536];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        output.append(buffer, output.size() < (1u << 20) ? n : 0);
-    const int status = ::pclose(pipe);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 TEST_P(Hostile, ToolCheckAndStreamEndCleanly)
 {
     if (kToolPath.empty())
@@ -155,7 +140,8 @@ TEST_P(Hostile, ToolCheckAndStreamEndCleanly)
     for (const char* subcommand : {"check", "stream"}) {
         SCOPED_TRACE(subcommand);
         std::string output;
-        const int code = runTool(std::string(subcommand) + " '" + path + "'", output);
+        // Both streams, the first MB.
+        const int code = tarntest::runShell("'" + kToolPath + "' " + subcommand + " '" + path + "' 2>&1", output, 1u << 20);
         EXPECT_TRUE(code == 0 || code == 1) << "exit " << code << ": " << output.substr(0, 400);
         expectNothingForbidden(output, subcommand);
     }
