@@ -5,11 +5,9 @@
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 
-#include <fcntl.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <string>
 
 #include "TestSupport.h"
@@ -61,38 +59,6 @@ public:
 private:
     xmlExternalEntityLoader savedLoader_;
     int saved_[5];
-};
-
-// Standard error of this process goes to a file while alive; text() reads what arrived.
-class StderrCapture {
-public:
-    explicit StderrCapture(const std::string& path) : path_(path)
-    {
-        std::fflush(stderr);
-        saved_ = ::dup(2);
-        const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        ::dup2(fd, 2);
-        ::close(fd);
-    }
-    ~StderrCapture() { restore(); }
-    std::string text()
-    {
-        restore();
-        return tarntest::readFile(path_);
-    }
-
-private:
-    void restore()
-    {
-        if (saved_ < 0)
-            return;
-        std::fflush(stderr);
-        ::dup2(saved_, 2);
-        ::close(saved_);
-        saved_ = -1;
-    }
-    std::string path_;
-    int saved_;
 };
 
 // Every text a document and a reader give for `xml`: root serialisation, each attribute through
@@ -148,12 +114,13 @@ TEST(ParserSettings, HostDefaultsNeitherSubstituteNorLoadNorPrint)
     for (const std::string& xml : docs) {
         SCOPED_TRACE(xml);
         g_loaderCalls = 0;
-        StderrCapture capture(dir.path() + "/stderr.txt");
+        testing::internal::CaptureStderr();
         const std::string read = everythingRead(xml) + everythingRead(xml);
         EXPECT_EQ(read.find(kMarker), std::string::npos) << read;
         // The in-memory reader reports its errors on standard error, as libxml2 does by default;
         // none of them may quote the referenced file.
-        EXPECT_EQ(capture.text().find(kMarker), std::string::npos) << capture.text();
+        const std::string printed = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(printed.find(kMarker), std::string::npos) << printed;
         EXPECT_EQ(g_loaderCalls, 0);
         char events[4096];
         EXPECT_LE(::read(watch, events, sizeof events), 0) << "a referenced file was opened";
