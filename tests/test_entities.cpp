@@ -38,11 +38,9 @@ TEST(XmlEntities, EncodeAndDecodeTables)
         {"AT&T, &unknown;, &AMP;", "AT&T, &unknown;, &AMP;"}, {"&lt", "&lt"}, {"a\0&lt;"s, "a"}, {"&#65\0;"s, "&#65"},
         // A single pass: what a replacement produced is not looked at again.
         {"&amp;lt;", "&lt;"}, {"&#38;#65;", "&#65;"},
-        // Numbers are read as strtoul reads them into 32 bits.
-        {"&# 65;", "A"}, {"&#\t\n+65;", "A"}, {"&#x0x41;", "A"}, {"&#x0xg;", nul}, {"&#x-41;", bad}, {"&#-1;", bad},
-        {"&#-0;", nul}, {"&#-4294967231;", "A"}, {"&#4294967295;", bad}, {"&#4294967361;", bad},
-        {"&#x4e2D;", "\xE4\xB8\xAD"}, {"&#18446744073709551681;", bad}, {"&#x100000041;", bad},
-        {"&#00000000000000000000000000065;", "A"}, {"&#65abc;x", "Ax"},
+        // Numbers are read as strtoul reads them into 32 bits (the rules in detail: test_helper_limits);
+        // here only what a 64-bit reading would get wrong: a value that wraps to "A" modulo 2^64.
+        {"&#18446744073709551681;", bad},
         // The ";" ending a reference is the first one after the "&".
         {"&#1&#2;x", "\x01x"}, {"&#65;x&#66", "Ax&#66"}, {"&#&#65;", nul}, {"a&b&#66;c", "a&bBc"},
     };
