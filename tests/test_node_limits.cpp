@@ -108,9 +108,6 @@ TEST(RemoveChild, InterleavedChildrenInOnePass)
     for (XmlNodePtr child = parent->GetIterator()->GetFirst(); child; child = parent->GetIterator()->GetNext())
         inOrder = inOrder && child->GetName() == "b" && child->GetData() == std::to_string(expected++);
     EXPECT_TRUE(inOrder);
-    EXPECT_EQ(parent->RemoveChild("a"), -1);
-    EXPECT_EQ(parent->RemoveChild("b"), 0);
-    EXPECT_EQ(parent->OuterXml(), "<r/>");
 }
 
 // libxml2 copies each namespace node it selects; those copies belong to the result and are freed
