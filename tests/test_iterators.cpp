@@ -91,11 +91,11 @@ TEST(XPath, QueriesYieldOnlyTheSelectedElementsAndFailingOnesKeepThem) {
     struct Case { On on; const char* xpath; Names expected; const char* failing; };
     const Case cases[] = {
         {Doc, "//a", {"a1", "a3", "a4", "a5"}, "count(//a)"}, {Doc, "/r/*", {"a1", "b2", "a4", "c"}, "'text'"},
-        {Doc, "//*[@id > 2]", {"a3", "a4", "a5"}, "true()"}, {Doc, "//c/d/a | /r/b", {"b2", "a5"}, "1 div 0"},
-        {Doc, "/r/nothing", {}, "string(//a/@id)"}, {Doc, "//node()", {"r", "a1", "b2", "a3", "a4", "c", "d", "a5"}, "//a["},
+        {Doc, "//c/d/a | /r/b", {"b2", "a5"}, "true()"}, {Doc, "/r/nothing", {}, "1 div 0"},
+        {Doc, "//node()", {"r", "a1", "b2", "a3", "a4", "c", "d", "a5"}, "//a["},
         // Nodes that are not elements are skipped, alone or mixed with elements; a result without
         // elements still replaces the previous one.
-        {Doc, "//@id", {}, ""}, {Doc, "//text()", {}, "///"}, {Doc, "/", {}, "a b"},
+        {Doc, "//@id", {}, ""}, {Doc, "/", {}, "a b"},
         {Doc, "//b/@id | //b/text() | //b/a", {"a3"}, "\xff\xfe"}, {B, "a", {"a3"}, "@"}, {B, "..", {"r"}, "nosuch()"},
         {B, "following-sibling::*", {"a4", "c"}, "//a[nosuch(1)]"}, {B, "/r/a", {"a1", "a4"}, "p:a"}, {B, "@id", {}, "//p:*"},
         {Top, "a", {"a"}, "$v"}, {Top, ".", {"top"}, "//a[@id='1'"}, {Top, "..", {}, "//a]"}, {Top, "/", {}, "count(/)"},
