@@ -316,6 +316,13 @@ alignas(32) constexpr unsigned char kIncompleteLimit[32] = {
     0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
     0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xEF, 0xDF, 0xBF};
 
+// Shuffle indices for a 16-byte load of a text's first bytes: loaded from kShiftedIn + n
+// (n < 16), they move byte k of the load to position k + 16 - n and clear the positions below,
+// which gives the 16 bytes that end n bytes into the text, zeros standing for bytes before it.
+alignas(32) constexpr unsigned char kShiftedIn[32] = {
+    0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+    0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+
 // ---- SSSE3, 16-byte blocks.
 
 struct Ssse3State {
@@ -499,8 +506,21 @@ __attribute__((target("avx2"))) bool validAvx2(const unsigned char* data, std::s
         checkBlockAvx2(s, t, v, allowedAsciiAvx2(v, spaceTable));
         i += 32;
     }
-    if (i < size) {
-        // The tail, padded with spaces: a character cut off by the end meets a space and fails.
+    if (i < size && size >= 32) {
+        // The tail as the last 32 bytes of the text, overlapping bytes already checked (checking
+        // them again finds what it found before). A block is judged with the three bytes before
+        // it, taken here from the text itself (zeros before its start, as for the first block).
+        const std::size_t start = size - 32;
+        const __m128i before =
+            start >= 16 ? _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + start - 16))
+                        : _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data)),
+                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(kShiftedIn + start)));
+        s.previous = _mm256_inserti128_si256(_mm256_setzero_si256(), before, 1);
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + start));
+        checkBlockAvx2(s, t, v, allowedAsciiAvx2(v, spaceTable));
+    } else if (i < size) {
+        // A text shorter than a block, padded with spaces: a character cut off by the end meets
+        // a space and fails.
         alignas(32) unsigned char tail[32];
         std::memset(tail, 0x20, sizeof tail);
         std::memcpy(tail, data + i, size - i);
