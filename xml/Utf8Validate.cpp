@@ -382,8 +382,36 @@ __attribute__((target("ssse3"))) inline void asciiBlockSsse3(Ssse3State& s, __m1
     s.previous = v;
 }
 
+// The 16 bytes that end `start` bytes into the text (start + 16 <= size), zeros standing for
+// bytes before the text: the bytes a block loaded at `start` is judged with.
+__attribute__((target("ssse3"))) inline __m128i bytesBefore(const unsigned char* data, std::size_t start)
+{
+    if (start >= 16)
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + start - 16));
+    return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data)),
+                            _mm_loadu_si128(reinterpret_cast<const __m128i*>(kShiftedIn + start)));
+}
+
+// Texts of 16 to 31 bytes: the first 16 bytes and the last 16, overlapping, each checked in
+// full (checking bytes twice finds what it found the first time).
+__attribute__((target("ssse3"))) bool validSsse3Pair(const unsigned char* data, std::size_t size)
+{
+    Ssse3State s{_mm_setzero_si128(), _mm_setzero_si128(), _mm_setzero_si128()};
+    const __m128i spaceTable = _mm_load_si128(reinterpret_cast<const __m128i*>(kSpaceIdentity));
+    const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data));
+    checkBlockSsse3(s, first, allowedAsciiSsse3(first, spaceTable));
+    const std::size_t start = size - 16;
+    s.previous = bytesBefore(data, start);
+    const __m128i last = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + start));
+    checkBlockSsse3(s, last, allowedAsciiSsse3(last, spaceTable));
+    const __m128i error = _mm_or_si128(s.error, s.previousIncomplete);
+    return _mm_movemask_epi8(_mm_cmpeq_epi8(error, _mm_setzero_si128())) == 0xFFFF;
+}
+
 __attribute__((target("ssse3"))) bool validSsse3(const unsigned char* data, std::size_t size)
 {
+    if (size >= 16 && size < 32)
+        return validSsse3Pair(data, size);
     const __m128i spaceTable = _mm_load_si128(reinterpret_cast<const __m128i*>(kSpaceIdentity));
     Ssse3State s{_mm_setzero_si128(), _mm_setzero_si128(), _mm_setzero_si128()};
     std::size_t i = 0;
@@ -479,8 +507,31 @@ __attribute__((target("avx2"))) inline void asciiBlockAvx2(Avx2State& s, __m256i
     s.previous = v;
 }
 
+// Texts of 32 to 63 bytes (most values that are not short words): the first 32 bytes and the
+// last 32, overlapping, each checked in full with no loop and no branch on their content.
+__attribute__((target("avx2"))) bool validAvx2Pair(const unsigned char* data, std::size_t size)
+{
+    const __m256i spaceTable = broadcastTable(kSpaceIdentity);
+    const Avx2Tables t{broadcastTable(kFirstHigh), broadcastTable(kFirstLow),
+                       broadcastTable(kSecondHigh),
+                       _mm256_load_si256(reinterpret_cast<const __m256i*>(kIncompleteLimit))};
+    Avx2State s{_mm256_setzero_si256(), _mm256_setzero_si256(), _mm256_setzero_si256()};
+    const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data));
+    checkBlockAvx2(s, t, first, allowedAsciiAvx2(first, spaceTable));
+    const std::size_t start = size - 32;
+    s.previous = _mm256_inserti128_si256(_mm256_setzero_si256(), bytesBefore(data, start), 1);
+    const __m256i last = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + start));
+    checkBlockAvx2(s, t, last, allowedAsciiAvx2(last, spaceTable));
+    const __m256i error = _mm256_or_si256(s.error, s.previousIncomplete);
+    return _mm256_testz_si256(error, error) != 0;
+}
+
 __attribute__((target("avx2"))) bool validAvx2(const unsigned char* data, std::size_t size)
 {
+    if (size >= 16 && size < 32)
+        return validSsse3Pair(data, size);
+    if (size >= 32 && size < 64)
+        return validAvx2Pair(data, size);
     const __m256i spaceTable = broadcastTable(kSpaceIdentity);
     const Avx2Tables t{broadcastTable(kFirstHigh), broadcastTable(kFirstLow),
                        broadcastTable(kSecondHigh),
@@ -511,11 +562,7 @@ __attribute__((target("avx2"))) bool validAvx2(const unsigned char* data, std::s
         // them again finds what it found before). A block is judged with the three bytes before
         // it, taken here from the text itself (zeros before its start, as for the first block).
         const std::size_t start = size - 32;
-        const __m128i before =
-            start >= 16 ? _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + start - 16))
-                        : _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data)),
-                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(kShiftedIn + start)));
-        s.previous = _mm256_inserti128_si256(_mm256_setzero_si256(), before, 1);
+        s.previous = _mm256_inserti128_si256(_mm256_setzero_si256(), bytesBefore(data, start), 1);
         const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + start));
         checkBlockAvx2(s, t, v, allowedAsciiAvx2(v, spaceTable));
     } else if (i < size) {
