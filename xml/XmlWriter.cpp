@@ -9,6 +9,10 @@
 
 #include "tarnxml/XmlHelper.h"
 
+#include "Utf8Validate.h"
+
+#include <limits>
+
 namespace tarn {
 
 namespace {
@@ -20,9 +24,21 @@ const char* booleanWord(bool value, bool numeric)
     return value ? "True" : "False";
 }
 
+// The gate's answer for valid text, asked of the validator directly (XmlHelper::isValidUTF8
+// adds an exported call and a size check per value); everything else takes XmlHelper::sanitize,
+// so what is stored is exactly what sanitize gives.
+bool passesGate(const char* data, std::size_t size)
+{
+    return size != 0 && size <= std::numeric_limits<unsigned int>::max() &&
+           detail::utf8Valid(reinterpret_cast<const unsigned char*>(data), size);
+}
+
 // A value as the gate lets it in. A zero-terminated value is read up to its zero byte.
 XmlHelper::TextView clean(const char* value, std::string& scratch)
 {
+    const std::size_t size = std::strlen(value);
+    if (passesGate(value, size))
+        return XmlHelper::TextView{value, static_cast<unsigned int>(size)};
     return XmlHelper::sanitize(value, scratch);
 }
 
@@ -31,11 +47,10 @@ XmlHelper::TextView clean(const char* value, std::string& scratch)
 // a second pass to find its length; only the rest goes the zero-terminated way.
 XmlHelper::TextView clean(const std::string& value, std::string& scratch)
 {
-    if (XmlHelper::isValidUTF8(value))
+    if (passesGate(value.data(), value.size()))
         return XmlHelper::TextView{value.c_str(), static_cast<unsigned int>(value.size())};
     return XmlHelper::sanitize(value.c_str(), scratch);
 }
-
 } // namespace
 
 XmlWriter::XmlWriter() : formatted(false)
