@@ -168,27 +168,12 @@ inline bool asciiWordAllowed(std::uint64_t w)
     return (control & ~space) == 0;
 }
 
-// The portable path: runs of ASCII are checked eight bytes at a time, everything else by the
-// table walk.
-bool validPortable(const unsigned char* data, std::size_t size)
+// The last few bytes from i (fewer than eight, i at a character boundary; a whole short name or
+// value, usually) go through the word test too when they are ASCII: as the last eight bytes of
+// the text (rechecking some checked ones), or, in a text shorter than a word, as overlapping
+// loads and blanks, which the test accepts.
+inline bool validTail(const unsigned char* data, std::size_t size, std::size_t i)
 {
-    std::size_t i = 0;
-    while (size - i >= 8) {
-        std::uint64_t w;
-        std::memcpy(&w, data + i, sizeof w);
-        if ((w & kHigh) == 0) {
-            if (!asciiWordAllowed(w))
-                return false;
-            i += 8;
-            continue;
-        }
-        i = walkUntil(data, size, i, i + 8);
-        if (i == kBad)
-            return false;
-    }
-    // The last few bytes (a whole short name or value, usually) go through the word test too when
-    // they are ASCII: as the last eight bytes of the text (rechecking some checked ones), or, in a
-    // text shorter than a word, as overlapping loads and blanks, which the test accepts.
     const std::size_t rest = size - i;
     if (rest == 0)
         return true;
@@ -208,6 +193,27 @@ bool validPortable(const unsigned char* data, std::size_t size)
     if ((w & kHigh) == 0)
         return asciiWordAllowed(w);
     return walkUntil(data, size, i, size) != kBad;
+}
+
+// The portable path: runs of ASCII are checked eight bytes at a time, everything else by the
+// table walk.
+bool validPortable(const unsigned char* data, std::size_t size)
+{
+    std::size_t i = 0;
+    while (size - i >= 8) {
+        std::uint64_t w;
+        std::memcpy(&w, data + i, sizeof w);
+        if ((w & kHigh) == 0) {
+            if (!asciiWordAllowed(w))
+                return false;
+            i += 8;
+            continue;
+        }
+        i = walkUntil(data, size, i, i + 8);
+        if (i == kBad)
+            return false;
+    }
+    return validTail(data, size, i);
 }
 
 #if TARN_UTF8_X86
@@ -392,18 +398,26 @@ __attribute__((target("ssse3"))) inline __m128i bytesBefore(const unsigned char*
                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(kShiftedIn + start)));
 }
 
-// Texts of 16 to 31 bytes: the first 16 bytes and the last 16, overlapping, each checked in
-// full (checking bytes twice finds what it found the first time).
+// Texts of 16 to 31 bytes: the first 16 bytes and the last 16, overlapping (checking bytes twice
+// finds what it found the first time); a block of allowed ASCII needs only its one test.
 __attribute__((target("ssse3"))) bool validSsse3Pair(const unsigned char* data, std::size_t size)
 {
     Ssse3State s{_mm_setzero_si128(), _mm_setzero_si128(), _mm_setzero_si128()};
     const __m128i spaceTable = _mm_load_si128(reinterpret_cast<const __m128i*>(kSpaceIdentity));
     const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data));
-    checkBlockSsse3(s, first, allowedAsciiSsse3(first, spaceTable));
+    const __m128i allowedFirst = allowedAsciiSsse3(first, spaceTable);
+    if (_mm_movemask_epi8(allowedFirst) != 0xFFFF)
+        checkBlockSsse3(s, first, allowedFirst);
     const std::size_t start = size - 16;
-    s.previous = bytesBefore(data, start);
     const __m128i last = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + start));
-    checkBlockSsse3(s, last, allowedAsciiSsse3(last, spaceTable));
+    const __m128i allowedLast = allowedAsciiSsse3(last, spaceTable);
+    if (_mm_movemask_epi8(allowedLast) == 0xFFFF) {
+        // Allowed ASCII throughout: only a character the first block left unfinished is wrong.
+        asciiBlockSsse3(s, last);
+    } else {
+        s.previous = bytesBefore(data, start);
+        checkBlockSsse3(s, last, allowedLast);
+    }
     const __m128i error = _mm_or_si128(s.error, s.previousIncomplete);
     return _mm_movemask_epi8(_mm_cmpeq_epi8(error, _mm_setzero_si128())) == 0xFFFF;
 }
@@ -508,7 +522,8 @@ __attribute__((target("avx2"))) inline void asciiBlockAvx2(Avx2State& s, __m256i
 }
 
 // Texts of 32 to 63 bytes (most values that are not short words): the first 32 bytes and the
-// last 32, overlapping, each checked in full with no loop and no branch on their content.
+// last 32, overlapping (checking bytes twice finds what it found the first time), without the
+// block loop; a block of allowed ASCII needs only its one test.
 __attribute__((target("avx2"))) bool validAvx2Pair(const unsigned char* data, std::size_t size)
 {
     const __m256i spaceTable = broadcastTable(kSpaceIdentity);
@@ -517,11 +532,19 @@ __attribute__((target("avx2"))) bool validAvx2Pair(const unsigned char* data, st
                        _mm256_load_si256(reinterpret_cast<const __m256i*>(kIncompleteLimit))};
     Avx2State s{_mm256_setzero_si256(), _mm256_setzero_si256(), _mm256_setzero_si256()};
     const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data));
-    checkBlockAvx2(s, t, first, allowedAsciiAvx2(first, spaceTable));
+    const __m256i allowedFirst = allowedAsciiAvx2(first, spaceTable);
+    if (_mm256_movemask_epi8(allowedFirst) != -1)
+        checkBlockAvx2(s, t, first, allowedFirst);
     const std::size_t start = size - 32;
-    s.previous = _mm256_inserti128_si256(_mm256_setzero_si256(), bytesBefore(data, start), 1);
     const __m256i last = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + start));
-    checkBlockAvx2(s, t, last, allowedAsciiAvx2(last, spaceTable));
+    const __m256i allowedLast = allowedAsciiAvx2(last, spaceTable);
+    if (_mm256_movemask_epi8(allowedLast) == -1) {
+        // Allowed ASCII throughout: only a character the first block left unfinished is wrong.
+        asciiBlockAvx2(s, last);
+    } else {
+        s.previous = _mm256_inserti128_si256(_mm256_setzero_si256(), bytesBefore(data, start), 1);
+        checkBlockAvx2(s, t, last, allowedLast);
+    }
     const __m256i error = _mm256_or_si256(s.error, s.previousIncomplete);
     return _mm256_testz_si256(error, error) != 0;
 }
@@ -667,6 +690,8 @@ bool utf8Valid(const unsigned char* data, std::size_t size)
 {
     // Most texts that pass the gate are short names and values; below one vector block the word
     // walk is quicker than padding a block.
+    if (size < 8)
+        return validTail(data, size, 0);
     if (size < 16)
         return validPortable(data, size);
     static const Validator validator = validatorFor(utf8BestPath());
