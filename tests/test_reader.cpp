@@ -141,4 +141,39 @@ TEST(Reader, EveryGetterAtEveryNodeAndAttributeFreesWhatItTakes) {
     EXPECT_EQ(r.getAttribute("y", "urn:p") + r.getAttribute("p:y") + r.lookupNamespace("p"), "22urn:p");
 }
 
+// name() and value() answer what xmlTextReaderName / xmlTextReaderValue allocate, at every node,
+// attribute (namespace declarations and prefixed ones included) and attribute value node.
+TEST(Reader, NameAndValueAsLibxml2GivesThem) {
+    const char* const text = "<!DOCTYPE r [<!ENTITY e 'ent'>]><r xmlns='urn:d' xmlns:p='urn:p' x='1' p:y='a&e;'>"
+                             "<!--c--><?pi d?><![CDATA[c]]>&e;<p:s> <t p:y='3'>t</t></p:s></r>";
+    XmlReader r(text);
+    xmlTextReaderPtr raw = xmlReaderForDoc(reinterpret_cast<const xmlChar*>(text), "", nullptr, 0);
+    const auto owned = [](xmlChar* s) {
+        const std::string copy = s != nullptr ? reinterpret_cast<const char*>(s) : "";
+        xmlFree(s);
+        return copy;
+    };
+    std::string seen;
+    const auto same = [&] {
+        EXPECT_EQ(owned(xmlTextReaderName(raw)), r.name());
+        EXPECT_EQ(owned(xmlTextReaderValue(raw)), r.value());
+        seen += r.name() + "=" + r.value() + " ";
+    };
+    while (r.read() && xmlTextReaderRead(raw) == 1) {
+        same();
+        for (int i = 0; r.moveToAttribute(i) && xmlTextReaderMoveToAttributeNo(raw, i) == 1; ++i) {
+            same();
+            if (r.readAttributeValue() && xmlTextReaderReadAttributeValue(raw) == 1)
+                same();
+        }
+        r.moveToElement();
+        xmlTextReaderMoveToElement(raw);
+    }
+    xmlFreeTextReader(raw);
+    // (libxml2 shows an element's attributes on its end tag too.)
+    const std::string rootAttributes = "xmlns=urn:d #text=urn:d xmlns:p=urn:p #text=urn:p x=1 #text=1 p:y=aent #text=a ";
+    EXPECT_EQ(seen, "r= r= " + rootAttributes + "#comment=c pi=d #cdata-section=c e= p:s= #text=  t= p:y=3 #text=3 "
+                    "#text=t t= p:y=3 #text=3 p:s= r= " + rootAttributes);
+}
+
 } // namespace

@@ -125,6 +125,11 @@ TEST(Writer, EveryKindOfValueIsRepaired)
         invalid += '\x80' + std::string(4095, 'w'), repaired += "\xEF\xBF\xBD" + std::string(4095, 'w');
     EXPECT_EQ(written([&](W& w) { w.startElement("e"); w.writeAttribute("v", valid); w.writeAttribute("i", invalid); }),
               "<e v=\"" + valid + "\" i=\"" + repaired + "\"/>");
+    // A std::string value ends at its first zero byte, valid or not before it.
+    const std::string zero("ab\0cd", 5), zeroBad("\xFF\0cd", 4);
+    EXPECT_EQ(written([&](W& w) { w.startElement("e"); w.writeAttribute("a", zero); w.writeAttribute("b", zeroBad);
+                                  w.writeElement("f", zero); w.writeText(zero); }),
+              "<e a=\"ab\" b=\"\xEF\xBF\xBD\"><f>ab</f>ab</e>");
 }
 
 TEST(Writer, BadRawMarkupIsHarmless)

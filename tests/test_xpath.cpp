@@ -7,6 +7,8 @@
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
+#include <libxml/tree.h>
+#include <libxml/xpath.h>
 
 #include <algorithm>
 #include <cmath>
@@ -86,6 +88,36 @@ TEST(XPathTyped, NodeSetsOfEveryKind)
     EXPECT_EQ("bold", EvaluateXPath(document, "//b").nodes.at(0).node->GetData());
     // Document order, whatever order the union names them in.
     EXPECT_EQ((Strings{"1", "two", ""}), values(EvaluateXPath(document, "//q | /doc/@b | /doc/@a")));
+}
+
+TEST(XPathTyped, StringValuesMatchLibxml2AndHandlesOutliveTheResult)
+{
+    // Nesting that climbs several levels at once, empty elements, comments and processing
+    // instructions (not part of a string value), CDATA, and entity references kept as nodes
+    // (also nested in another entity) whose replacement text counts.
+    Loaded document("<!DOCTYPE r [<!ENTITY e 'ent'><!ENTITY f '[&e;]'>]>"
+                    "<r>a<x><y><z>deep</z></y></x>b<!-- c --><?p i?><e/><![CDATA[cd]]>"
+                    "<m>1&e;2<n>&f;</n></m><w><v/>tail</w></r>");
+    const XPathResult all = EvaluateXPath(document, "//*");
+    ASSERT_EQ(9u, all.nodes.size());
+    for (const XPathNode& node : all.nodes) {
+        SCOPED_TRACE(node.name);
+        xmlChar* const expected = xmlXPathCastNodeToString(node.raw);
+        EXPECT_EQ(reinterpret_cast<const char*>(expected), node.value);
+        xmlFree(expected);
+    }
+    EXPECT_EQ("1ent2[ent]", all.nodes.at(5).value);
+    // Each node has a handle of its own, and a handle kept past its result stays usable.
+    tarn::XmlNodePtr kept;
+    {
+        const XPathResult deep = EvaluateXPath(document, "//x | //z");
+        ASSERT_EQ(2u, deep.nodes.size());
+        EXPECT_EQ("x", deep.nodes[0].node->GetName());
+        kept = deep.nodes[1].node;
+    }
+    EXPECT_EQ("deep", kept->GetData());
+    EXPECT_EQ(0, kept->SetAttribute("k", "v"));
+    EXPECT_EQ("<z k=\"v\">deep</z>", kept->OuterXml());
 }
 
 TEST(XPathTyped, NumbersStringsBooleansAndEmptySets)

@@ -168,27 +168,12 @@ inline bool asciiWordAllowed(std::uint64_t w)
     return (control & ~space) == 0;
 }
 
-// The portable path: runs of ASCII are checked eight bytes at a time, everything else by the
-// table walk.
-bool validPortable(const unsigned char* data, std::size_t size)
+// The last few bytes from i (fewer than eight, i at a character boundary; a whole short name or
+// value, usually) go through the word test too when they are ASCII: as the last eight bytes of
+// the text (rechecking some checked ones), or, in a text shorter than a word, as overlapping
+// loads and blanks, which the test accepts.
+inline bool validTail(const unsigned char* data, std::size_t size, std::size_t i)
 {
-    std::size_t i = 0;
-    while (size - i >= 8) {
-        std::uint64_t w;
-        std::memcpy(&w, data + i, sizeof w);
-        if ((w & kHigh) == 0) {
-            if (!asciiWordAllowed(w))
-                return false;
-            i += 8;
-            continue;
-        }
-        i = walkUntil(data, size, i, i + 8);
-        if (i == kBad)
-            return false;
-    }
-    // The last few bytes (a whole short name or value, usually) go through the word test too when
-    // they are ASCII: as the last eight bytes of the text (rechecking some checked ones), or, in a
-    // text shorter than a word, as overlapping loads and blanks, which the test accepts.
     const std::size_t rest = size - i;
     if (rest == 0)
         return true;
@@ -208,6 +193,27 @@ bool validPortable(const unsigned char* data, std::size_t size)
     if ((w & kHigh) == 0)
         return asciiWordAllowed(w);
     return walkUntil(data, size, i, size) != kBad;
+}
+
+// The portable path: runs of ASCII are checked eight bytes at a time, everything else by the
+// table walk.
+bool validPortable(const unsigned char* data, std::size_t size)
+{
+    std::size_t i = 0;
+    while (size - i >= 8) {
+        std::uint64_t w;
+        std::memcpy(&w, data + i, sizeof w);
+        if ((w & kHigh) == 0) {
+            if (!asciiWordAllowed(w))
+                return false;
+            i += 8;
+            continue;
+        }
+        i = walkUntil(data, size, i, i + 8);
+        if (i == kBad)
+            return false;
+    }
+    return validTail(data, size, i);
 }
 
 #if TARN_UTF8_X86
@@ -316,6 +322,13 @@ alignas(32) constexpr unsigned char kIncompleteLimit[32] = {
     0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
     0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xEF, 0xDF, 0xBF};
 
+// Shuffle indices for a 16-byte load of a text's first bytes: loaded from kShiftedIn + n
+// (n < 16), they move byte k of the load to position k + 16 - n and clear the positions below,
+// which gives the 16 bytes that end n bytes into the text, zeros standing for bytes before it.
+alignas(32) constexpr unsigned char kShiftedIn[32] = {
+    0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+    0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+
 // ---- SSSE3, 16-byte blocks.
 
 struct Ssse3State {
@@ -375,8 +388,44 @@ __attribute__((target("ssse3"))) inline void asciiBlockSsse3(Ssse3State& s, __m1
     s.previous = v;
 }
 
+// The 16 bytes that end `start` bytes into the text (start + 16 <= size), zeros standing for
+// bytes before the text: the bytes a block loaded at `start` is judged with.
+__attribute__((target("ssse3"))) inline __m128i bytesBefore(const unsigned char* data, std::size_t start)
+{
+    if (start >= 16)
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + start - 16));
+    return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data)),
+                            _mm_loadu_si128(reinterpret_cast<const __m128i*>(kShiftedIn + start)));
+}
+
+// Texts of 16 to 31 bytes: the first 16 bytes and the last 16, overlapping (checking bytes twice
+// finds what it found the first time); a block of allowed ASCII needs only its one test.
+__attribute__((target("ssse3"))) bool validSsse3Pair(const unsigned char* data, std::size_t size)
+{
+    Ssse3State s{_mm_setzero_si128(), _mm_setzero_si128(), _mm_setzero_si128()};
+    const __m128i spaceTable = _mm_load_si128(reinterpret_cast<const __m128i*>(kSpaceIdentity));
+    const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data));
+    const __m128i allowedFirst = allowedAsciiSsse3(first, spaceTable);
+    if (_mm_movemask_epi8(allowedFirst) != 0xFFFF)
+        checkBlockSsse3(s, first, allowedFirst);
+    const std::size_t start = size - 16;
+    const __m128i last = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + start));
+    const __m128i allowedLast = allowedAsciiSsse3(last, spaceTable);
+    if (_mm_movemask_epi8(allowedLast) == 0xFFFF) {
+        // Allowed ASCII throughout: only a character the first block left unfinished is wrong.
+        asciiBlockSsse3(s, last);
+    } else {
+        s.previous = bytesBefore(data, start);
+        checkBlockSsse3(s, last, allowedLast);
+    }
+    const __m128i error = _mm_or_si128(s.error, s.previousIncomplete);
+    return _mm_movemask_epi8(_mm_cmpeq_epi8(error, _mm_setzero_si128())) == 0xFFFF;
+}
+
 __attribute__((target("ssse3"))) bool validSsse3(const unsigned char* data, std::size_t size)
 {
+    if (size >= 16 && size < 32)
+        return validSsse3Pair(data, size);
     const __m128i spaceTable = _mm_load_si128(reinterpret_cast<const __m128i*>(kSpaceIdentity));
     Ssse3State s{_mm_setzero_si128(), _mm_setzero_si128(), _mm_setzero_si128()};
     std::size_t i = 0;
@@ -472,8 +521,40 @@ __attribute__((target("avx2"))) inline void asciiBlockAvx2(Avx2State& s, __m256i
     s.previous = v;
 }
 
+// Texts of 32 to 63 bytes (most values that are not short words): the first 32 bytes and the
+// last 32, overlapping (checking bytes twice finds what it found the first time), without the
+// block loop; a block of allowed ASCII needs only its one test.
+__attribute__((target("avx2"))) bool validAvx2Pair(const unsigned char* data, std::size_t size)
+{
+    const __m256i spaceTable = broadcastTable(kSpaceIdentity);
+    const Avx2Tables t{broadcastTable(kFirstHigh), broadcastTable(kFirstLow),
+                       broadcastTable(kSecondHigh),
+                       _mm256_load_si256(reinterpret_cast<const __m256i*>(kIncompleteLimit))};
+    Avx2State s{_mm256_setzero_si256(), _mm256_setzero_si256(), _mm256_setzero_si256()};
+    const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data));
+    const __m256i allowedFirst = allowedAsciiAvx2(first, spaceTable);
+    if (_mm256_movemask_epi8(allowedFirst) != -1)
+        checkBlockAvx2(s, t, first, allowedFirst);
+    const std::size_t start = size - 32;
+    const __m256i last = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + start));
+    const __m256i allowedLast = allowedAsciiAvx2(last, spaceTable);
+    if (_mm256_movemask_epi8(allowedLast) == -1) {
+        // Allowed ASCII throughout: only a character the first block left unfinished is wrong.
+        asciiBlockAvx2(s, last);
+    } else {
+        s.previous = _mm256_inserti128_si256(_mm256_setzero_si256(), bytesBefore(data, start), 1);
+        checkBlockAvx2(s, t, last, allowedLast);
+    }
+    const __m256i error = _mm256_or_si256(s.error, s.previousIncomplete);
+    return _mm256_testz_si256(error, error) != 0;
+}
+
 __attribute__((target("avx2"))) bool validAvx2(const unsigned char* data, std::size_t size)
 {
+    if (size >= 16 && size < 32)
+        return validSsse3Pair(data, size);
+    if (size >= 32 && size < 64)
+        return validAvx2Pair(data, size);
     const __m256i spaceTable = broadcastTable(kSpaceIdentity);
     const Avx2Tables t{broadcastTable(kFirstHigh), broadcastTable(kFirstLow),
                        broadcastTable(kSecondHigh),
@@ -499,8 +580,17 @@ __attribute__((target("avx2"))) bool validAvx2(const unsigned char* data, std::s
         checkBlockAvx2(s, t, v, allowedAsciiAvx2(v, spaceTable));
         i += 32;
     }
-    if (i < size) {
-        // The tail, padded with spaces: a character cut off by the end meets a space and fails.
+    if (i < size && size >= 32) {
+        // The tail as the last 32 bytes of the text, overlapping bytes already checked (checking
+        // them again finds what it found before). A block is judged with the three bytes before
+        // it, taken here from the text itself (zeros before its start, as for the first block).
+        const std::size_t start = size - 32;
+        s.previous = _mm256_inserti128_si256(_mm256_setzero_si256(), bytesBefore(data, start), 1);
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + start));
+        checkBlockAvx2(s, t, v, allowedAsciiAvx2(v, spaceTable));
+    } else if (i < size) {
+        // A text shorter than a block, padded with spaces: a character cut off by the end meets
+        // a space and fails.
         alignas(32) unsigned char tail[32];
         std::memset(tail, 0x20, sizeof tail);
         std::memcpy(tail, data + i, size - i);
@@ -600,6 +690,8 @@ bool utf8Valid(const unsigned char* data, std::size_t size)
 {
     // Most texts that pass the gate are short names and values; below one vector block the word
     // walk is quicker than padding a block.
+    if (size < 8)
+        return validTail(data, size, 0);
     if (size < 16)
         return validPortable(data, size);
     static const Validator validator = validatorFor(utf8BestPath());

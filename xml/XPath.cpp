@@ -30,6 +30,8 @@ struct CharDeleter {
     void operator()(xmlChar* text) const { xmlFree(text); }
 };
 
+constexpr std::size_t kPrefetchDistance = 8;
+
 constexpr const char* kStepLimitMessage = "XPath step limit reached";
 
 inline std::string textOf(const xmlChar* text)
@@ -57,13 +59,32 @@ std::string qualifiedName(const xmlNs* ns, const xmlChar* local)
     return name;
 }
 
-XmlNodePtr handleOn(xmlNode* node)
+// qualifiedName into `name` (empty before), without a temporary for the common unprefixed name.
+void setQualifiedName(std::string& name, const xmlNs* ns, const xmlChar* local)
 {
-    // One allocation for the handle and its count.
-    XmlNodePtr handle = boost::make_shared<XmlNode>();
-    handle->Initialize(node);
-    return handle;
+    if (ns != nullptr && ns->prefix != nullptr)
+        name = qualifiedName(ns, local);
+    else if (local != nullptr)
+        name.assign(reinterpret_cast<const char*>(local));
 }
+
+// The handles of one node set, made in one allocation: every handle shares that block's count
+// (boost's aliasing constructor), so a result of a few hundred thousand nodes costs one
+// allocation and one free for its handles instead of one each.
+class Handles {
+public:
+    explicit Handles(std::size_t count) : block_(boost::make_shared<XmlNode[]>(count)), next_(0) {}
+    XmlNodePtr on(xmlNode* node)
+    {
+        XmlNode* const handle = &block_[next_++];
+        handle->Initialize(node);
+        return XmlNodePtr(block_, handle);
+    }
+
+private:
+    boost::shared_ptr<XmlNode[]> block_;
+    std::size_t next_;
+};
 
 struct BufferDeleter {
     void operator()(xmlBuffer* buffer) const { xmlBufferFree(buffer); }
@@ -80,6 +101,11 @@ public:
     }
     std::string of(xmlNode* node)
     {
+        if (node->type == XML_ELEMENT_NODE) {
+            text_.clear();
+            if (elementText(node, text_))
+                return text_;
+        }
         xmlBufferEmpty(buffer_.get());
         if (xmlNodeBufGetContent(buffer_.get(), node) != 0)
             return takeText(xmlXPathCastNodeToString(node));
@@ -88,18 +114,48 @@ public:
     }
 
 private:
+    // The text and CDATA content below `element` in document order, walked in the order and
+    // with the descent rule of libxml2's xmlBufGetNodeContent, without its per-text length and
+    // growth checks. False when an entity reference is met: those are left to libxml2, which
+    // looks up the declaration and walks its replacement.
+    static bool elementText(const xmlNode* element, std::string& out)
+    {
+        const xmlNode* node = element->children;
+        while (node != nullptr) {
+            if (node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) {
+                if (node->content != nullptr)
+                    out.append(reinterpret_cast<const char*>(node->content));
+            } else if (node->type == XML_ENTITY_REF_NODE) {
+                return false;
+            }
+            if (node->children != nullptr && node->children->type != XML_ENTITY_DECL) {
+                node = node->children;
+                continue;
+            }
+            while (node->next == nullptr) {
+                node = node->parent;
+                if (node == element || node == nullptr)
+                    return true;
+            }
+            node = node->next;
+        }
+        return true;
+    }
+
     std::unique_ptr<xmlBuffer, BufferDeleter> buffer_;
+    std::string text_;
 };
 
-void describe(xmlNode* node, XPathNode& out, StringValues& values)
+void describe(xmlNode* node, XPathNode& out, StringValues& values, Handles& handles)
 {
     switch (node->type) {
     case XML_ELEMENT_NODE:
         out.kind = XPathNode::Element;
-        out.name = qualifiedName(node->ns, node->name);
-        out.namespaceURI = node->ns != nullptr ? textOf(node->ns->href) : std::string();
+        setQualifiedName(out.name, node->ns, node->name);
+        if (node->ns != nullptr && node->ns->href != nullptr)
+            out.namespaceURI.assign(reinterpret_cast<const char*>(node->ns->href));
         out.value = values.of(node);
-        out.node = handleOn(node);
+        out.node = handles.on(node);
         out.raw = node;
         return;
     case XML_ATTRIBUTE_NODE: {
@@ -109,7 +165,7 @@ void describe(xmlNode* node, XPathNode& out, StringValues& values)
         out.namespaceURI = attribute->ns != nullptr ? textOf(attribute->ns->href) : std::string();
         out.value = values.of(node);
         if (attribute->parent != nullptr)
-            out.node = handleOn(attribute->parent);
+            out.node = handles.on(attribute->parent);
         out.raw = node;
         return;
     }
@@ -124,7 +180,7 @@ void describe(xmlNode* node, XPathNode& out, StringValues& values)
         if (node->type == XML_PI_NODE)
             out.name = textOf(node->name);
         out.value = textOf(node->content);
-        out.node = handleOn(node);
+        out.node = handles.on(node);
         out.raw = node;
         return;
     case XML_NAMESPACE_DECL: {
@@ -177,11 +233,30 @@ void fill(xmlXPathObject* object, XPathResult& result)
             return;
         // libxml2 hands node sets over in document order already (its compiler ends every
         // expression that yields nodes with a sort step); sorting again costs sibling walks.
-        result.nodes.resize(static_cast<std::size_t>(set->nodeNr));
+        const std::size_t count = static_cast<std::size_t>(set->nodeNr);
+        result.nodes.reserve(count);
         StringValues values;
-        for (int i = 0; i < set->nodeNr; ++i)
-            describe(set->nodeTab[i], result.nodes[static_cast<std::size_t>(i)], values);
+        Handles handles(count);
+        bool namespaces = false;
+        for (std::size_t i = 0; i < count; ++i) {
+            xmlNode* const node = set->nodeTab[i];
+            // The nodes lie scattered over the tree's memory: ask for the ones a few steps ahead
+            // while this one is described.
+            if (i + kPrefetchDistance < count)
+                __builtin_prefetch(set->nodeTab[i + kPrefetchDistance]);
+            namespaces = namespaces || node->type == XML_NAMESPACE_DECL;
+            result.nodes.emplace_back();
+            describe(node, result.nodes.back(), values, handles);
+        }
         result.string = result.nodes.front().value;
+        if (!namespaces) {
+            // Every node belongs to the tree: only the set itself is freed. libxml2's own free
+            // would read each node's type once more to find namespace copies, a cache miss per
+            // node on large sets.
+            object->nodesetval = nullptr;
+            xmlFree(set->nodeTab);
+            xmlFree(set);
+        }
         return;
     }
     case XPATH_BOOLEAN:

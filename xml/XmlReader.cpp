@@ -246,7 +246,9 @@ std::string XmlReader::localName() const
 
 std::string XmlReader::name() const
 {
-    return reader != nullptr ? takeString(xmlTextReaderName(reader)) : std::string();
+    // The same text xmlTextReaderName would allocate, read from the reader's dictionary instead:
+    // one copy, no allocation and free of libxml2's own per node.
+    return reader != nullptr ? copyString(xmlTextReaderConstName(reader)) : std::string();
 }
 
 std::string XmlReader::namespaceURI() const
@@ -268,7 +270,9 @@ std::string XmlReader::value() const
     const xmlNode* const current = xmlTextReaderCurrentNode(reader);
     if (current != nullptr && current->type == XML_ATTRIBUTE_NODE)
         return detail::attributeNodeText(current);
-    return takeString(xmlTextReaderValue(reader));
+    // For every other node libxml2's value is text the node itself holds (content, a namespace
+    // URI): copied once from there rather than from a duplicate libxml2 allocates and frees.
+    return copyString(xmlTextReaderConstValue(reader));
 }
 
 // A null prefix asks for the default namespace, as xmlTextReaderLookupNamespace does.

@@ -9,6 +9,10 @@
 
 #include "tarnxml/XmlHelper.h"
 
+#include "Utf8Validate.h"
+
+#include <limits>
+
 namespace tarn {
 
 namespace {
@@ -20,6 +24,33 @@ const char* booleanWord(bool value, bool numeric)
     return value ? "True" : "False";
 }
 
+// The gate's answer for valid text, asked of the validator directly (XmlHelper::isValidUTF8
+// adds an exported call and a size check per value); everything else takes XmlHelper::sanitize,
+// so what is stored is exactly what sanitize gives.
+bool passesGate(const char* data, std::size_t size)
+{
+    return size != 0 && size <= std::numeric_limits<unsigned int>::max() &&
+           detail::utf8Valid(reinterpret_cast<const unsigned char*>(data), size);
+}
+
+// A value as the gate lets it in. A zero-terminated value is read up to its zero byte.
+XmlHelper::TextView clean(const char* value, std::string& scratch)
+{
+    const std::size_t size = std::strlen(value);
+    if (passesGate(value, size))
+        return XmlHelper::TextView{value, static_cast<unsigned int>(size)};
+    return XmlHelper::sanitize(value, scratch);
+}
+
+// A std::string value is read up to its first zero byte, as its c_str() would be. The gate
+// refuses a zero byte, so a string that passes it whole has none and is taken as it is, without
+// a second pass to find its length; only the rest goes the zero-terminated way.
+XmlHelper::TextView clean(const std::string& value, std::string& scratch)
+{
+    if (passesGate(value.data(), value.size()))
+        return XmlHelper::TextView{value.c_str(), static_cast<unsigned int>(value.size())};
+    return XmlHelper::sanitize(value.c_str(), scratch);
+}
 } // namespace
 
 XmlWriter::XmlWriter() : formatted(false)
@@ -101,13 +132,18 @@ void XmlWriter::writeElement(const char* name, const char* value)
     if (!value)
         return;
     std::string scratch;
-    const XmlHelper::TextView clean = XmlHelper::sanitize(value, scratch);
-    element.text().set(clean.data, clean.size);
+    const XmlHelper::TextView text = clean(value, scratch);
+    element.text().set(text.data, text.size);
 }
 
 void XmlWriter::writeElement(const char* name, const std::string& value)
 {
-    writeElement(name, value.c_str());
+    if (!name)
+        return;
+    pugi::xml_node element = target().append_child(name);
+    std::string scratch;
+    const XmlHelper::TextView text = clean(value, scratch);
+    element.text().set(text.data, text.size);
 }
 
 void XmlWriter::writeElement(const std::string& name, const char* value)
@@ -117,7 +153,7 @@ void XmlWriter::writeElement(const std::string& name, const char* value)
 
 void XmlWriter::writeElement(const std::string& name, const std::string& value)
 {
-    writeElement(name.c_str(), value.c_str());
+    writeElement(name.c_str(), value);
 }
 
 void XmlWriter::writeElement(const char* name, bool value, bool numeric)
@@ -140,13 +176,18 @@ void XmlWriter::writeAttribute(const char* name, const char* value)
     if (!value)
         return;
     std::string scratch;
-    const XmlHelper::TextView clean = XmlHelper::sanitize(value, scratch);
-    attribute.set_value(clean.data, clean.size);
+    const XmlHelper::TextView text = clean(value, scratch);
+    attribute.set_value(text.data, text.size);
 }
 
 void XmlWriter::writeAttribute(const char* name, const std::string& value)
 {
-    writeAttribute(name, value.c_str());
+    if (!name || openNodes.empty())
+        return;
+    pugi::xml_attribute attribute = openNodes.back().append_attribute(name);
+    std::string scratch;
+    const XmlHelper::TextView text = clean(value, scratch);
+    attribute.set_value(text.data, text.size);
 }
 
 void XmlWriter::writeAttribute(const std::string& name, const char* value)
@@ -156,7 +197,7 @@ void XmlWriter::writeAttribute(const std::string& name, const char* value)
 
 void XmlWriter::writeAttribute(const std::string& name, const std::string& value)
 {
-    writeAttribute(name.c_str(), value.c_str());
+    writeAttribute(name.c_str(), value);
 }
 
 void XmlWriter::writeAttribute(const char* name, bool value, bool numeric)
@@ -174,15 +215,19 @@ void XmlWriter::writeText(const char* text)
     if (!text || openNodes.empty())
         return;
     std::string scratch;
-    const XmlHelper::TextView clean = XmlHelper::sanitize(text, scratch);
+    const XmlHelper::TextView value = clean(text, scratch);
     // An element's first PCDATA/CDATA child (made when missing), a CDATA section's own value;
     // comments and empty handles take nothing.
-    openNodes.back().text().set(clean.data, clean.size);
+    openNodes.back().text().set(value.data, value.size);
 }
 
 void XmlWriter::writeText(const std::string& text)
 {
-    writeText(text.c_str());
+    if (openNodes.empty())
+        return;
+    std::string scratch;
+    const XmlHelper::TextView value = clean(text, scratch);
+    openNodes.back().text().set(value.data, value.size);
 }
 
 void XmlWriter::writeText(bool value, bool numeric)
