@@ -2,6 +2,7 @@
 // recover off and on, then serialise, clone, walk children and attributes, query (the namespace
 // axis too), and copy the tree again under a chain of elements built deeper than the parser allows.
 #include <cstdint>
+#include <sstream>
 #include <string>
 
 #include <libxml/tree.h>
@@ -74,6 +75,20 @@ void exercise(tarn::XmlDocument& document, const std::string& xpath)
                 (void)node->GetName();
 }
 
+// The whole document streamed (SaveTo) is ToString's printout byte for byte, formatted or not.
+void printedAlike(const tarn::XmlDocument& document)
+{
+    for (const bool format : {false, true}) {
+        tarn::XmlSaveOptions save;
+        save.format = format;
+        const std::string whole = document.ToString(save);
+        std::ostringstream streamed;
+        const bool printed = document.SaveTo(streamed, save);
+        FUZZ_CHECK(printed == !whole.empty());
+        FUZZ_CHECK(streamed.str() == whole);
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -85,10 +100,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     for (const bool recover : {false, true}) {
         tarn::XmlDocument document;
-        if (document.Load(text, recover) == 0)
+        tarn::XmlLoadOptions options;
+        options.recover = recover;
+        options.noBlanks = true;
+        if (document.Load(text, options) == 0)
+            printedAlike(document);
+        if (document.Load(text, recover) == 0) {
+            printedAlike(document);
             exercise(document, xpath);
-        else
+        } else {
             FUZZ_CHECK(!document.GetRoot());
+        }
     }
     return 0;
 }
