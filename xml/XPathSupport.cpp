@@ -1,6 +1,8 @@
 // The XPath context shared by the namespace-aware iterator requests and typed evaluation.
 #include "XPathSupport.h"
 
+#include "tarnxml/XmlIterators.h"
+
 #include <libxml/globals.h>
 #include <libxml/xmlerror.h>
 #include <libxml/xpathInternals.h>
@@ -11,6 +13,17 @@
 
 namespace tarn {
 namespace detail {
+
+void keepNodeSet(xmlXPathObject* result, XPathNodeIterator& iterator)
+{
+    if (result == nullptr)
+        return;
+    if (result->type != XPATH_NODESET) {
+        xmlXPathFreeObject(result);
+        return;
+    }
+    iterator.Initialize(result);
+}
 
 namespace {
 

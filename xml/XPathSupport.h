@@ -11,7 +11,15 @@
 #include <string>
 
 namespace tarn {
+
+class XPathNodeIterator;
+
 namespace detail {
+
+// What the iterator requests do with libxml2's result: a node set is handed to `iterator`
+// (which takes it); anything else (null, a number, string or boolean) is freed and leaves the
+// iterator with the result and position it had.
+void keepNodeSet(xmlXPathObject* result, XPathNodeIterator& iterator);
 
 struct XPathContextDeleter {
     void operator()(xmlXPathContext* context) const { xmlXPathFreeContext(context); }

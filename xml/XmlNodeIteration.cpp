@@ -3,6 +3,8 @@
 #include "tarnxml/XmlIterators.h"
 #include "tarnxml/XmlNode.h"
 
+#include "XPathSupport.h"
+
 #include <libxml/tree.h>
 #include <libxml/xpath.h>
 
@@ -27,15 +29,8 @@ void runQuery(xmlDoc* doc, xmlNode* node, const std::string& xpath, XPathNodeIte
         return;
     if (node != nullptr)
         context->node = node;
-    xmlXPathObject* result =
-        xmlXPathEvalExpression(reinterpret_cast<const xmlChar*>(xpath.c_str()), context.get());
-    if (result == nullptr)
-        return;
-    if (result->type != XPATH_NODESET) {
-        xmlXPathFreeObject(result);
-        return;
-    }
-    iterator->Initialize(result);
+    detail::keepNodeSet(xmlXPathEvalExpression(reinterpret_cast<const xmlChar*>(xpath.c_str()), context.get()),
+                        *iterator);
 }
 
 } // namespace

@@ -21,14 +21,7 @@ void runBoundQuery(xmlDoc* doc, xmlNode* node, const std::string& xpath, const X
     detail::XPathCall call(doc, node);
     if (!call.bind(ns))
         return;
-    xmlXPathObject* result = xmlXPathEval(reinterpret_cast<const xmlChar*>(xpath.c_str()), call.get());
-    if (result == nullptr)
-        return;
-    if (result->type != XPATH_NODESET) {
-        xmlXPathFreeObject(result);
-        return;
-    }
-    iterator->Initialize(result);
+    detail::keepNodeSet(xmlXPathEval(reinterpret_cast<const xmlChar*>(xpath.c_str()), call.get()), *iterator);
 }
 
 inline std::string textOf(const xmlChar* text)
