@@ -1,13 +1,19 @@
 // Explicit parser settings for the library's own parses, and diagnostics collection.
 #include "ParserSetup.h"
 
+#include <libxml/encoding.h>
 #include <libxml/globals.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
 
+#include <cerrno>
 #include <cstring>
 #include <mutex>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace tarn {
 namespace detail {
@@ -213,6 +219,40 @@ void configureDocumentContext(_xmlParserCtxt* context, DiagnosticSink* sink)
     context->_private = sink;
 }
 
+
+void addFailure(XmlDiagnostics& list, const std::string& source, const std::string& message)
+{
+    XmlDiagnostic entry;
+    entry.level = XmlDiagnostic::Fatal;
+    entry.message = message;
+    entry.source = source;
+    list.push_back(std::move(entry));
+}
+
+int openForReading(const std::string& path, std::string& failure)
+{
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        failure = "cannot open " + path + ": " + std::strerror(errno);
+        return -1;
+    }
+    struct stat info {};
+    if (::fstat(fd, &info) != 0 || S_ISDIR(info.st_mode)) {
+        ::close(fd);
+        failure = "cannot read " + path + ": a directory";
+        return -1;
+    }
+    return fd;
+}
+
+bool knownEncoding(const std::string& name)
+{
+    xmlCharEncodingHandler* const handler = xmlFindCharEncodingHandler(name.c_str());
+    if (handler == nullptr)
+        return false;
+    xmlCharEncCloseFunc(handler);
+    return true;
+}
 
 } // namespace detail
 

@@ -2,7 +2,7 @@
 // How the library's own parses are set up, whatever the host process has done to libxml2's
 // global defaults: the per-thread parser defaults held at libxml2's documented values while a
 // parser context is made, an external entity gate, and the structured error handler that
-// collects diagnostics per parse.
+// collects diagnostics per parse; and what loads and readers check of the input they are given.
 #include "tarnxml/XmlDiagnostics.h"
 
 #include <string>
@@ -79,6 +79,16 @@ void printLikeLibxml2(const _xmlError* error);
 // routed to `sink` (the context's _private) through a structured handler of its own. The
 // options themselves are applied by the read call (xmlCtxtReadMemory).
 void configureDocumentContext(_xmlParserCtxt* context, DiagnosticSink* sink);
+
+// Appends a failure of the library's own (an input that cannot be opened or read) to `list`.
+void addFailure(XmlDiagnostics& list, const std::string& source, const std::string& message);
+
+// Opens `path` for reading: its descriptor, or -1 with `failure` saying why ("cannot open PATH:
+// <reason>", "cannot read PATH: a directory").
+int openForReading(const std::string& path, std::string& failure);
+
+// Whether libxml2 has a converter for the encoding `name`, asked so that libxml2 prints nothing.
+bool knownEncoding(const std::string& name);
 
 } // namespace detail
 } // namespace tarn

@@ -15,8 +15,6 @@
 #include <cstring>
 #include <memory>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tarn {
@@ -100,16 +98,6 @@ int readAll(int fd, std::string& text)
     }
 }
 
-// A failure of the library's own (the input could not be opened or read), as a diagnostic.
-void addFailure(XmlDiagnostics& list, const std::string& source, const std::string& message)
-{
-    XmlDiagnostic entry;
-    entry.level = XmlDiagnostic::Fatal;
-    entry.message = message;
-    entry.source = source;
-    list.push_back(std::move(entry));
-}
-
 } // namespace
 
 XmlDocument::XmlDocument() : doc(nullptr), xpathIterator(nullptr), root(new XmlNode)
@@ -171,29 +159,28 @@ int XmlDocument::Load(const std::string& text, const XmlLoadOptions& options)
 
 int XmlDocument::LoadFd(int fd, const XmlLoadOptions& options)
 {
+    std::string text;
+    int error = 0;
     if (options.sanitize) {
         // The repair works on the whole text.
-        std::string text;
-        const int error = readAll(fd, text);
-        if (error != 0) {
-            reset();
-            diagnostics.clear();
-            repaired = false;
-            addFailure(diagnostics, options.sourceName, std::string("cannot read: ") + std::strerror(error));
-            return -1;
-        }
-        return Load(text, options);
+        error = readAll(fd, text);
+        if (error == 0)
+            return Load(text, options);
     }
     diagnostics.clear();
     repaired = false;
     reset();
+    if (error != 0) {
+        detail::addFailure(diagnostics, options.sourceName, std::string("cannot read: ") + std::strerror(error));
+        return -1;
+    }
     DescriptorInput input{fd, 0};
     doc = parse(options, diagnostics, [&input](xmlParserCtxt* context, int parseOptions) {
         return xmlCtxtReadIO(context, readDescriptor, nullptr, &input, kDocumentUrl, nullptr, parseOptions);
     });
     if (input.error != 0) {
         // libxml2 reports a failed read as a generic I/O error; say what it was.
-        addFailure(diagnostics, options.sourceName, std::string("cannot read: ") + std::strerror(input.error));
+        detail::addFailure(diagnostics, options.sourceName, std::string("cannot read: ") + std::strerror(input.error));
         if (doc != nullptr) {
             xmlFreeDoc(doc);
             doc = nullptr;
@@ -204,22 +191,13 @@ int XmlDocument::LoadFd(int fd, const XmlLoadOptions& options)
 
 int XmlDocument::LoadFile(const std::string& path, const XmlLoadOptions& options)
 {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    std::string failure;
+    const int fd = detail::openForReading(path, failure);
     if (fd < 0) {
-        const int error = errno;
-        reset();
         diagnostics.clear();
         repaired = false;
-        addFailure(diagnostics, options.sourceName, "cannot open " + path + ": " + std::strerror(error));
-        return -1;
-    }
-    struct stat info {};
-    if (::fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
-        ::close(fd);
         reset();
-        diagnostics.clear();
-        repaired = false;
-        addFailure(diagnostics, options.sourceName, "cannot read " + path + ": a directory");
+        detail::addFailure(diagnostics, options.sourceName, failure);
         return -1;
     }
     int result = -1;

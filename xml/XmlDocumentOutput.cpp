@@ -2,6 +2,8 @@
 // same libxml2 save path (xmlSaveToBuffer + xmlSaveDoc).
 #include "tarnxml/XmlDocument.h"
 
+#include "ParserSetup.h"
+
 #include <libxml/encoding.h>
 #include <libxml/globals.h>
 #include <libxml/parser.h>
@@ -108,19 +110,6 @@ std::unique_ptr<xmlDoc, DocDeleter> withoutBlanks(xmlDoc* doc)
     return reread;
 }
 
-// Asked first so that an unknown name gives "" quietly (xmlSaveToBuffer would print an error
-// through the global handler).
-bool knownEncoding(const std::string& name)
-{
-    if (name.empty())
-        return true;
-    xmlCharEncodingHandler* const handler = xmlFindCharEncodingHandler(name.c_str());
-    if (handler == nullptr)
-        return false;
-    xmlCharEncCloseFunc(handler);
-    return true;
-}
-
 // libxml2 repeats the indent string into a buffer of 60 bytes, so a longer one would print no
 // indentation at all; anything but blanks would add text to the document.
 bool usableIndent(const std::string& indent)
@@ -136,7 +125,10 @@ namespace {
 // it was not parsed without them already. Null when nothing can be printed; `copy` keeps the copy.
 xmlDoc* printable(xmlDoc* doc, const XmlSaveOptions& options, std::unique_ptr<xmlDoc, DocDeleter>& copy)
 {
-    if (doc == nullptr || !knownEncoding(options.encoding) || !usableIndent(options.indent))
+    // An unknown encoding is refused before printing, so that it gives "" quietly
+    // (xmlSaveToBuffer would print an error through the global handler).
+    if (doc == nullptr || !(options.encoding.empty() || detail::knownEncoding(options.encoding)) ||
+        !usableIndent(options.indent))
         return nullptr;
     if (options.format && (doc->parseFlags & XML_PARSE_NOBLANKS) == 0) {
         copy = withoutBlanks(doc);

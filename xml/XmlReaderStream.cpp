@@ -56,20 +56,7 @@ namespace {
 // A diagnostic of the library's own (the stream could not be opened).
 void addDiagnostic(ReaderExtras& extras, const std::string& message)
 {
-    XmlDiagnostic entry;
-    entry.level = XmlDiagnostic::Fatal;
-    entry.message = message;
-    entry.source = extras.source;
-    extras.diagnostics.push_back(std::move(entry));
-}
-
-bool knownEncoding(const std::string& name)
-{
-    xmlCharEncodingHandlerPtr handler = xmlFindCharEncodingHandler(name.c_str());
-    if (handler == nullptr)
-        return false;
-    xmlCharEncCloseFunc(handler);
-    return true;
+    addFailure(extras.diagnostics, extras.source, message);
 }
 
 } // namespace
@@ -100,17 +87,10 @@ bool XmlReader::openFile(const std::string& path, const XmlReaderOptions& option
 {
     close();
     text.clear();
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    std::string failure;
+    const int fd = detail::openForReading(path, failure);
     if (fd < 0) {
-        const int error = errno;
-        detail::addDiagnostic(detail::beginRead(extras, options.sourceName),
-                              "cannot open " + path + ": " + std::strerror(error));
-        return false;
-    }
-    struct stat info;
-    if (::fstat(fd, &info) != 0 || S_ISDIR(info.st_mode)) {
-        ::close(fd);
-        detail::addDiagnostic(detail::beginRead(extras, options.sourceName), "cannot read " + path + ": a directory");
+        detail::addDiagnostic(detail::beginRead(extras, options.sourceName), failure);
         return false;
     }
     try {
