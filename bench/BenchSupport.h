@@ -96,6 +96,9 @@ inline double threadCpuNs()
     return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
+// The same in seconds.
+inline double threadCpuSeconds() { return threadCpuNs() * 1e-9; }
+
 // Library and raw code measured side by side: every iteration runs `batch` library calls, then
 // `batch` raw calls, each batch timed on the thread's CPU clock, so load from other processes hits
 // both alike. Counters: lib_ns and raw_ns per call (divided by `unitsPerCall`, e.g. the steps of

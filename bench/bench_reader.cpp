@@ -157,13 +157,6 @@ void BM_RawConst(benchmark::State& state)
     setCounters(state, doc, nodes);
 }
 
-double threadCpuSeconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
 // The ratios. On a busy machine the separate benchmarks above run minutes apart under different
 // load, so here every iteration walks the document with all three loops back to back, each timed
 // by this thread's CPU clock, and the ratios compare the fastest walk of each loop.
@@ -181,17 +174,17 @@ void BM_Ratio(benchmark::State& state)
     double bestConst = 1e30;
     std::size_t bytes = 0;
     for (auto _ : state) {
-        double start = threadCpuSeconds();
+        double start = tarnbench::threadCpuSeconds();
         walkLibrary(reader, bytes);
-        double end = threadCpuSeconds();
+        double end = tarnbench::threadCpuSeconds();
         bestLibrary = std::min(bestLibrary, end - start);
         start = end;
         walkRawCopy(doc, bytes);
-        end = threadCpuSeconds();
+        end = tarnbench::threadCpuSeconds();
         bestCopy = std::min(bestCopy, end - start);
         start = end;
         walkRawConst(doc, bytes);
-        end = threadCpuSeconds();
+        end = tarnbench::threadCpuSeconds();
         bestConst = std::min(bestConst, end - start);
     }
     benchmark::DoNotOptimize(bytes);
@@ -305,12 +298,12 @@ void BM_StreamRatio(benchmark::State& state)
     for (auto _ : state) {
         // Alternating the order keeps whatever the first walk pays (page cache, heap) off one side.
         for (int turn = 0; turn < 2; ++turn) {
-            const double start = threadCpuSeconds();
+            const double start = tarnbench::threadCpuSeconds();
             if ((turn == 0) == libraryFirst)
                 nodes = walkStreamLibrary(fd, bytes);
             else
                 walkStreamRaw(fd, bytes);
-            const double spent = threadCpuSeconds() - start;
+            const double spent = tarnbench::threadCpuSeconds() - start;
             double& best = (turn == 0) == libraryFirst ? bestLibrary : bestRaw;
             best = std::min(best, spent);
         }

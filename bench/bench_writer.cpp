@@ -143,14 +143,6 @@ std::string printWithPugixml(const pugi::xml_node& node, bool formatted, Route r
     return out;
 }
 
-// Thread CPU time: the machine is shared, and wall time would count other processes' turns.
-double cpuSeconds()
-{
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
 void BM_BuildAndPrint(benchmark::State& state)
 {
     const bool formatted = state.range(0) != 0;
@@ -163,7 +155,7 @@ void BM_BuildAndPrint(benchmark::State& state)
         // Alternate the order so that neither side always inherits the other's freed memory.
         for (int side = 0; side < 2; ++side) {
             const bool writerTurn = (side == 0) == writerFirst;
-            const double t0 = cpuSeconds();
+            const double t0 = tarnbench::threadCpuSeconds();
             if (writerTurn) {
                 tarn::XmlWriter w;
                 w.setFormatted(formatted);
@@ -178,7 +170,7 @@ void BM_BuildAndPrint(benchmark::State& state)
                 const std::string out = printWithPugixml(doc, formatted);
                 benchmark::DoNotOptimize(out.data());
             }
-            (writerTurn ? writerSeconds : pugiSeconds) += cpuSeconds() - t0;
+            (writerTurn ? writerSeconds : pugiSeconds) += tarnbench::threadCpuSeconds() - t0;
         }
         writerFirst = !writerFirst;
     }
