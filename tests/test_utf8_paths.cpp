@@ -46,7 +46,8 @@ const unsigned char kAlphabet[] = {0x00, 0x09, 0x0A, 0x0D, 0x1F, 0x20, 0x7E, 0x7
 constexpr std::size_t kAlphabetSize = sizeof kAlphabet;
 
 // The validators held against the table walk: every path (forced in turn), the dispatcher (which
-// hands short texts to the word walk) and utfcpp, which checks the table walk itself.
+// answers short printable ASCII inline and hands other short texts to the word walk) and utfcpp,
+// which checks the table walk itself.
 struct Candidate { std::string name; bool supported; Validator validate; };
 
 std::vector<Candidate> candidates()

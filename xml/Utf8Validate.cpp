@@ -686,7 +686,7 @@ bool utf8ValidWith(Utf8Path path, const unsigned char* data, std::size_t size)
     return validatorFor(path)(data, size);
 }
 
-bool utf8Valid(const unsigned char* data, std::size_t size)
+bool utf8ValidFull(const unsigned char* data, std::size_t size)
 {
     // Most texts that pass the gate are short names and values; below one vector block the word
     // walk is quicker than padding a block.

@@ -33,23 +33,33 @@ bool passesGate(const char* data, std::size_t size)
            detail::utf8Valid(reinterpret_cast<const unsigned char*>(data), size);
 }
 
-// A value as the gate lets it in. A zero-terminated value is read up to its zero byte.
-XmlHelper::TextView clean(const char* value, std::string& scratch)
+// Hands `store` the value as the gate lets it in: valid text as it is, anything else as
+// XmlHelper::sanitize gives it (the scratch string it may need is made only then). A
+// zero-terminated value is read up to its zero byte.
+template <typename Store>
+void storeClean(const char* value, Store&& store)
 {
     const std::size_t size = std::strlen(value);
-    if (passesGate(value, size))
-        return XmlHelper::TextView{value, static_cast<unsigned int>(size)};
-    return XmlHelper::sanitize(value, scratch);
+    if (passesGate(value, size)) {
+        store(value, size);
+        return;
+    }
+    std::string scratch;
+    const XmlHelper::TextView text = XmlHelper::sanitize(value, scratch);
+    store(text.data, text.size);
 }
 
 // A std::string value is read up to its first zero byte, as its c_str() would be. The gate
 // refuses a zero byte, so a string that passes it whole has none and is taken as it is, without
 // a second pass to find its length; only the rest goes the zero-terminated way.
-XmlHelper::TextView clean(const std::string& value, std::string& scratch)
+template <typename Store>
+void storeClean(const std::string& value, Store&& store)
 {
-    if (passesGate(value.data(), value.size()))
-        return XmlHelper::TextView{value.c_str(), static_cast<unsigned int>(value.size())};
-    return XmlHelper::sanitize(value.c_str(), scratch);
+    if (passesGate(value.data(), value.size())) {
+        store(value.data(), value.size());
+        return;
+    }
+    storeClean(value.c_str(), store);
 }
 } // namespace
 
@@ -131,9 +141,7 @@ void XmlWriter::writeElement(const char* name, const char* value)
     pugi::xml_node element = target().append_child(name);
     if (!value)
         return;
-    std::string scratch;
-    const XmlHelper::TextView text = clean(value, scratch);
-    element.text().set(text.data, text.size);
+    storeClean(value, [&element](const char* data, std::size_t size) { element.text().set(data, size); });
 }
 
 void XmlWriter::writeElement(const char* name, const std::string& value)
@@ -141,9 +149,7 @@ void XmlWriter::writeElement(const char* name, const std::string& value)
     if (!name)
         return;
     pugi::xml_node element = target().append_child(name);
-    std::string scratch;
-    const XmlHelper::TextView text = clean(value, scratch);
-    element.text().set(text.data, text.size);
+    storeClean(value, [&element](const char* data, std::size_t size) { element.text().set(data, size); });
 }
 
 void XmlWriter::writeElement(const std::string& name, const char* value)
@@ -175,9 +181,7 @@ void XmlWriter::writeAttribute(const char* name, const char* value)
     pugi::xml_attribute attribute = openNodes.back().append_attribute(name);
     if (!value)
         return;
-    std::string scratch;
-    const XmlHelper::TextView text = clean(value, scratch);
-    attribute.set_value(text.data, text.size);
+    storeClean(value, [&attribute](const char* data, std::size_t size) { attribute.set_value(data, size); });
 }
 
 void XmlWriter::writeAttribute(const char* name, const std::string& value)
@@ -185,9 +189,7 @@ void XmlWriter::writeAttribute(const char* name, const std::string& value)
     if (!name || openNodes.empty())
         return;
     pugi::xml_attribute attribute = openNodes.back().append_attribute(name);
-    std::string scratch;
-    const XmlHelper::TextView text = clean(value, scratch);
-    attribute.set_value(text.data, text.size);
+    storeClean(value, [&attribute](const char* data, std::size_t size) { attribute.set_value(data, size); });
 }
 
 void XmlWriter::writeAttribute(const std::string& name, const char* value)
@@ -214,20 +216,18 @@ void XmlWriter::writeText(const char* text)
 {
     if (!text || openNodes.empty())
         return;
-    std::string scratch;
-    const XmlHelper::TextView value = clean(text, scratch);
     // An element's first PCDATA/CDATA child (made when missing), a CDATA section's own value;
     // comments and empty handles take nothing.
-    openNodes.back().text().set(value.data, value.size);
+    pugi::xml_node& current = openNodes.back();
+    storeClean(text, [&current](const char* data, std::size_t size) { current.text().set(data, size); });
 }
 
 void XmlWriter::writeText(const std::string& text)
 {
     if (openNodes.empty())
         return;
-    std::string scratch;
-    const XmlHelper::TextView value = clean(text, scratch);
-    openNodes.back().text().set(value.data, value.size);
+    pugi::xml_node& current = openNodes.back();
+    storeClean(text, [&current](const char* data, std::size_t size) { current.text().set(data, size); });
 }
 
 void XmlWriter::writeText(bool value, bool numeric)
