@@ -10,6 +10,8 @@
 
 #include <libxml/tree.h>
 
+#include <boost/make_shared.hpp>
+
 #include <cstring>
 
 namespace tarn {
@@ -76,10 +78,11 @@ const char* childText(const xmlNode* parent, const std::string& name)
     return "";
 }
 
-// A new handle that refers to `child` and owns nothing.
+// A new handle that refers to `child` and owns nothing (the handle and its shared count in one
+// allocation).
 XmlNodePtr referringHandle(xmlNode* child)
 {
-    XmlNodePtr handle(new XmlNode);
+    XmlNodePtr handle = boost::make_shared<XmlNode>();
     handle->Initialize(child);
     return handle;
 }

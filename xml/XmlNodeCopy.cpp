@@ -5,6 +5,8 @@
 
 #include "TreeWalk.h"
 
+#include <boost/make_shared.hpp>
+
 #include <libxml/tree.h>
 
 #include <new>
@@ -23,7 +25,7 @@ XmlNodePtr XmlNode::Clone() const
         throw std::bad_alloc();
     XmlNodePtr handle;
     try {
-        handle.reset(new XmlNode);
+        handle = boost::make_shared<XmlNode>();
     } catch (...) {
         // The copy has no owner yet.
         xmlFreeNode(copy);

@@ -222,7 +222,7 @@ bool XmlNode::Initialize(const std::string& name, const std::string& value)
 
 // --- Factories -------------------------------------------------------------------------------------
 
-XmlNodePtr CreateXmlNode() { return XmlNodePtr(new XmlNode); }
+XmlNodePtr CreateXmlNode() { return boost::make_shared<XmlNode>(); }
 
 XmlNodePtr CreateXmlNode(const std::string& name, const std::string& value)
 {
@@ -287,7 +287,7 @@ XmlNodePtr CreateXmlNode(const std::string& name, const char* value)
 
 int Create(XmlNodePtr& handle)
 {
-    handle.reset(new XmlNode);
+    handle = boost::make_shared<XmlNode>();
     return 0;
 }
 
