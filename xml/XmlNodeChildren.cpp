@@ -5,12 +5,11 @@
 // dropping the handle frees nothing and two lookups of one child see each other's changes.
 #include "tarnxml/XmlNode.h"
 
+#include "HandleMemory.h"
 #include "ValueText.h"
 #include "tarn/shared.h"
 
 #include <libxml/tree.h>
-
-#include <boost/make_shared.hpp>
 
 #include <cstring>
 
@@ -78,11 +77,10 @@ const char* childText(const xmlNode* parent, const std::string& name)
     return "";
 }
 
-// A new handle that refers to `child` and owns nothing (the handle and its shared count in one
-// allocation).
+// A new handle that refers to `child` and owns nothing.
 XmlNodePtr referringHandle(xmlNode* child)
 {
-    XmlNodePtr handle = boost::make_shared<XmlNode>();
+    XmlNodePtr handle = detail::makeHandle<XmlNode>();
     handle->Initialize(child);
     return handle;
 }

@@ -3,9 +3,8 @@
 #include "tarnxml/XmlDocument.h"
 #include "tarnxml/XmlNode.h"
 
+#include "HandleMemory.h"
 #include "TreeWalk.h"
-
-#include <boost/make_shared.hpp>
 
 #include <libxml/tree.h>
 
@@ -25,7 +24,7 @@ XmlNodePtr XmlNode::Clone() const
         throw std::bad_alloc();
     XmlNodePtr handle;
     try {
-        handle = boost::make_shared<XmlNode>();
+        handle = detail::makeHandle<XmlNode>();
     } catch (...) {
         // The copy has no owner yet.
         xmlFreeNode(copy);

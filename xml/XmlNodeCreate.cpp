@@ -3,6 +3,7 @@
 
 #include "Diagnostics.h"
 #include "DictStrings.h"
+#include "HandleMemory.h"
 #include "TreeWalk.h"
 #include "ValueText.h"
 #include "tarn/shared.h"
@@ -11,7 +12,6 @@
 #include <libxml/tree.h>
 
 #include <memory>
-#include <boost/make_shared.hpp>
 #include <new>
 
 namespace tarn {
@@ -222,13 +222,13 @@ bool XmlNode::Initialize(const std::string& name, const std::string& value)
 
 // --- Factories -------------------------------------------------------------------------------------
 
-XmlNodePtr CreateXmlNode() { return boost::make_shared<XmlNode>(); }
+XmlNodePtr CreateXmlNode() { return detail::makeHandle<XmlNode>(); }
 
 XmlNodePtr CreateXmlNode(const std::string& name, const std::string& value)
 {
-    // The handle and its shared count in one allocation (the handle is constructed and destroyed
-    // exactly as with new and delete; only the memory is shared).
-    XmlNodePtr handle = boost::make_shared<XmlNode>();
+    // The handle and its shared count in one block from the thread's cache (HandleMemory.h); the
+    // handle is constructed and destroyed exactly as with new and delete.
+    XmlNodePtr handle = detail::makeHandle<XmlNode>();
     handle->Initialize(name, value);
     return handle;
 }
@@ -240,7 +240,7 @@ namespace {
 // would pass unchanged, so it goes to libxml2 directly, without a std::string in between.
 XmlNodePtr createWithPlainValue(const std::string& name, const char* value)
 {
-    XmlNodePtr handle = boost::make_shared<XmlNode>(); // as in CreateXmlNode(name, text)
+    XmlNodePtr handle = detail::makeHandle<XmlNode>(); // as in CreateXmlNode(name, text)
     OwnedNode element = newElement(nullptr, name);
     if (*value != '\0') {
         xmlNode* const textNode = xmlNewText(reinterpret_cast<const xmlChar*>(value));
@@ -287,7 +287,7 @@ XmlNodePtr CreateXmlNode(const std::string& name, const char* value)
 
 int Create(XmlNodePtr& handle)
 {
-    handle = boost::make_shared<XmlNode>();
+    handle = detail::makeHandle<XmlNode>();
     return 0;
 }
 
