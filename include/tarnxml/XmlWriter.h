@@ -27,7 +27,7 @@
 //
 // Errors
 //   No status results; only std::bad_alloc can leave the writer.
-#include <vector>
+#include <deque>
 #include <string>
 
 #include <boost/noncopyable.hpp>
@@ -115,7 +115,7 @@ private:
     pugi::xml_node target() const;
 
     pugi::xml_document document;
-    std::vector<pugi::xml_node> openNodes;
+    std::deque<pugi::xml_node> openNodes;
     std::string indentString;
     bool formatted;
 };
