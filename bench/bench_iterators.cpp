@@ -61,17 +61,22 @@ tarn::XmlDocumentPtr& recordsTree()
     return document;
 }
 
+// The library's walk over `root`'s element children, counting the steps.
+inline void libraryWalk(const tarn::XmlNodePtr& root, long& steps)
+{
+    tarn::XmlNodeIterator* iterator = root->GetIterator();
+    for (tarn::XmlNodePtr child = iterator->GetFirst(); child; child = iterator->GetNext()) {
+        benchmark::DoNotOptimize(child.get());
+        ++steps;
+    }
+}
+
 void BM_ChildIterator_Library(benchmark::State& state)
 {
     const tarn::XmlNodePtr root = childrenTree()->GetRoot();
     long steps = 0;
-    for (auto _ : state) {
-        tarn::XmlNodeIterator* iterator = root->GetIterator();
-        for (tarn::XmlNodePtr child = iterator->GetFirst(); child; child = iterator->GetNext()) {
-            benchmark::DoNotOptimize(child.get());
-            ++steps;
-        }
-    }
+    for (auto _ : state)
+        libraryWalk(root, steps);
     state.SetItemsProcessed(steps);
     state.counters["ns_per_step"] =
         benchmark::Counter(static_cast<double>(steps), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
@@ -140,13 +145,7 @@ void BM_ChildIterator_Paired(benchmark::State& state)
     long steps = 0;
     tarnbench::paired(
         state, 1,
-        [&] {
-            tarn::XmlNodeIterator* iterator = root->GetIterator();
-            for (tarn::XmlNodePtr child = iterator->GetFirst(); child; child = iterator->GetNext()) {
-                benchmark::DoNotOptimize(child.get());
-                ++steps;
-            }
-        },
+        [&] { libraryWalk(root, steps); },
         [&] {
             for (xmlNode* child = rawRoot->children; child != nullptr; child = child->next) {
                 if (child->type != XML_ELEMENT_NODE)
@@ -175,13 +174,7 @@ void BM_ChildIterator_PairedFloor(benchmark::State& state)
     long steps = 0;
     tarnbench::paired(
         state, 1,
-        [&] {
-            tarn::XmlNodeIterator* iterator = root->GetIterator();
-            for (tarn::XmlNodePtr child = iterator->GetFirst(); child; child = iterator->GetNext()) {
-                benchmark::DoNotOptimize(child.get());
-                ++steps;
-            }
-        },
+        [&] { libraryWalk(root, steps); },
         [&] {
             tarn::XmlNodePtr child;
             for (xmlNode* node = rawRoot->children; node != nullptr; node = node->next) {
