@@ -169,6 +169,22 @@ inline std::string timeText(double ns)
     return text;
 }
 
+// Reports a benchmark measured with paired(): prints its raw/library ratio and appends its row
+// to the summary. `run` is the benchmark's run name ("Name/repeats:5"), `path` the row's name,
+// `per` what one unit is ("step", "element"; the detail reads "12.0 ns vs 10.0 ns raw per step").
+inline void pairedRow(const TimesReporter& reporter, const std::string& run, const std::string& path,
+                      const std::string& goal, const std::string& per = std::string())
+{
+    const double ratio = reporter.counter(run, "raw/lib");
+    if (ratio <= 0)
+        return;
+    const std::string detail = timeText(reporter.counter(run, "lib_ns")) + " vs " +
+                               timeText(reporter.counter(run, "raw_ns")) + " raw" +
+                               (per.empty() ? std::string() : " per " + per);
+    std::printf("%s: raw/library %.3f (%s)\n", path.c_str(), ratio, detail.c_str());
+    summary(path, ratioText(ratio), goal, detail);
+}
+
 // Runs the benchmarks the command line selects, then `report(reporter)`; the exit status.
 template <typename Report>
 int runBenchmarks(int argc, char** argv, Report report)

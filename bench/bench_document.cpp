@@ -373,18 +373,9 @@ void printRatios(const tarnbench::TimesReporter& reporter)
         if (entry.first.rfind("Build_", 0) == 0 && entry.first.find("_Paired") == std::string::npos)
             std::printf("  %-40s %.1f ns per element\n", entry.first.c_str(),
                         entry.second.cpu * 1e6 / kTreeElements); // times are in milliseconds
-    const auto pairedRow = [&](const char* name, const char* path, const char* goal) {
-        const std::string run = std::string(name) + "/repeats:5";
-        const double ratio = reporter.counter(run, "raw/lib");
-        if (ratio <= 0)
-            return;
-        const std::string detail = tarnbench::timeText(reporter.counter(run, "lib_ns")) + " vs " +
-                                   tarnbench::timeText(reporter.counter(run, "raw_ns")) + " raw per element";
-        std::printf("  %-40s %.3f (%s)\n", path, ratio, detail.c_str());
-        tarnbench::summary(path, tarnbench::ratioText(ratio), goal, detail);
-    };
-    pairedRow("Build_CreateAndMove_Paired", "CreateXmlNode + AddChild(handle)", ">= 0.95");
-    pairedRow("Build_AddChildInt_Paired", "AddChild(name, int)", "");
+    tarnbench::pairedRow(reporter, "Build_CreateAndMove_Paired/repeats:5", "CreateXmlNode + AddChild(handle)",
+                         ">= 0.95", "element");
+    tarnbench::pairedRow(reporter, "Build_AddChildInt_Paired/repeats:5", "AddChild(name, int)", "", "element");
 }
 
 long peakKilobytes()

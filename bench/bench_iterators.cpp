@@ -223,26 +223,11 @@ int main(int argc, char** argv)
         };
         ratio("BM_ChildIterator_RawPointerWalk", "BM_ChildIterator_Library", "child iteration");
         ratio("BM_XPathRecords_RawLibxml2", "BM_XPathRecords_Library", "XPath //record + walk");
-        const std::string paired = "BM_ChildIterator_Paired/repeats:5";
-        const double stepRatio = reporter.counter(paired, "raw/lib");
-        if (stepRatio > 0) {
-            const std::string detail = tarnbench::timeText(reporter.counter(paired, "lib_ns")) + " vs " +
-                                       tarnbench::timeText(reporter.counter(paired, "raw_ns")) + " raw per step";
-            std::printf("child iteration, paired: raw/library %.3f (%s)\n", stepRatio, detail.c_str());
-            tarnbench::summary("child iteration vs raw pointer walk", tarnbench::ratioText(stepRatio), ">= 0.90",
-                               detail);
-        }
-        const std::string floor = "BM_ChildIterator_PairedFloor/repeats:5";
-        const double floorRatio = reporter.counter(floor, "raw/lib");
-        if (floorRatio > 0) {
-            const std::string detail = tarnbench::timeText(reporter.counter(floor, "lib_ns")) + " vs " +
-                                       tarnbench::timeText(reporter.counter(floor, "raw_ns")) +
-                                       " per step for the raw walk plus one returned handle";
-            std::printf("child iteration against the floor of a shared pointer per step: %.3f (%s)\n",
-                        floorRatio, detail.c_str());
-            tarnbench::summary("child iteration vs raw walk + one returned handle per step",
-                               tarnbench::ratioText(floorRatio), "", detail);
-        }
+        tarnbench::pairedRow(reporter, "BM_ChildIterator_Paired/repeats:5", "child iteration vs raw pointer walk",
+                             ">= 0.90", "step");
+        // The raw side here is the floor: the raw walk plus one returned handle per step.
+        tarnbench::pairedRow(reporter, "BM_ChildIterator_PairedFloor/repeats:5",
+                             "child iteration vs raw walk + one returned handle per step", "", "step");
         const tarnbench::Times* xr = reporter.find("BM_XPathRecords_RawLibxml2/repeats:5");
         const tarnbench::Times* xl = reporter.find("BM_XPathRecords_Library/repeats:5");
         if (xr != nullptr && xl != nullptr && xl->cpu > 0)

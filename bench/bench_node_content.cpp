@@ -83,18 +83,9 @@ BENCHMARK(Clone10000Nodes)->Unit(benchmark::kMicrosecond)->Repetitions(5)->Repor
 
 void report(const tarnbench::TimesReporter& reporter)
 {
-    const auto row = [&](const char* benchmarkName, const char* path, const char* goal) {
-        const double ratio = reporter.counter(benchmarkName, "raw/lib");
-        if (ratio <= 0)
-            return;
-        const std::string detail = tarnbench::timeText(reporter.counter(benchmarkName, "lib_ns")) + " vs " +
-                                   tarnbench::timeText(reporter.counter(benchmarkName, "raw_ns")) + " raw";
-        std::printf("%s: raw/library %.3f (%s)\n", path, ratio, detail.c_str());
-        tarnbench::summary(path, tarnbench::ratioText(ratio), goal, detail);
-    };
-    row("GetChildDataInt32/10/repeats:5", "GetChildDataInt32, 10 children", ">= 0.90");
-    row("GetChildDataInt32/1000/repeats:5", "GetChildDataInt32, 1000 children", "");
-    row("Clone10000Nodes/repeats:5", "Clone, 10 000 nodes", "");
+    tarnbench::pairedRow(reporter, "GetChildDataInt32/10/repeats:5", "GetChildDataInt32, 10 children", ">= 0.90");
+    tarnbench::pairedRow(reporter, "GetChildDataInt32/1000/repeats:5", "GetChildDataInt32, 1000 children", "");
+    tarnbench::pairedRow(reporter, "Clone10000Nodes/repeats:5", "Clone, 10 000 nodes", "");
 }
 
 } // namespace
